@@ -1,0 +1,34 @@
+// The connection points of one object, one per source interface of its coclass. The
+// object implements IConnectionPointContainer by forwarding here; the connection points
+// count references on the object (the `owner`).
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "platform/ConnectionPoint.h"
+#include "platform/TypeInfo.h"
+
+namespace tessaly {
+
+class ConnectionPointContainer {
+public:
+    // nullptr when out of memory.
+    static ConnectionPointContainer* Create(IConnectionPointContainer& owner, const CoClassInfo& coclass) noexcept;
+    ConnectionPointContainer(IConnectionPointContainer& owner, const CoClassInfo& coclass);
+    ConnectionPointContainer(const ConnectionPointContainer&) = delete;
+    ConnectionPointContainer& operator=(const ConnectionPointContainer&) = delete;
+
+    HRESULT EnumConnectionPoints(IEnumConnectionPoints** ppEnum) noexcept;
+    // CONNECT_E_NOCONNECTION for an IID that is not a source interface of the coclass.
+    HRESULT FindConnectionPoint(REFIID riid, IConnectionPoint** ppCP) noexcept;
+
+    ConnectionPoint* Find(const IID& iid) const noexcept;
+    // Delivers an event to every sink of the source interface, outside any lock.
+    void Fire(const IID& source, DISPID dispid, DISPPARAMS& params) const noexcept;
+
+private:
+    std::vector<std::unique_ptr<ConnectionPoint>> points_;
+};
+
+}  // namespace tessaly

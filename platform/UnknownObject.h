@@ -1,0 +1,170 @@
+// The reference-counted object template every class of the library stands on. A class
+// names itself and the interfaces it implements; QueryInterface is one variadic template
+// over that list:
+//
+//     class MemoryStream : public tessaly::UnknownObject<MemoryStream, IStream> {
+//     public:
+//         ... IStream methods ...
+//     protected:
+//         ~MemoryStream() override = default;  // objects die through Release only
+//     };
+//
+// IUnknown and IDispatch are answered through the first dual interface of the list (IUnknown
+// through the first interface when none is dual), and the standard base interfaces (IProvideClassInfo,
+// ISequentialStream) through the listed interface that derives from them. A class that
+// answers more IIDs declares its own `void* FindInterface(const IID&)`, which hides this
+// one and may fall back to FindListed.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <type_traits>
+#include <utility>
+
+#include "platform/Module.h"
+#include "platform/StandardInterfaces.h"
+
+namespace tessaly {
+
+namespace detail {
+
+// GUID equality as two 64-bit compares: QueryInterface and dispatch run it on every call.
+inline bool SameGuid(const GUID& a, const GUID& b) noexcept {
+    static_assert(sizeof(GUID) == 16);
+    uint64_t x[2];
+    uint64_t y[2];
+    std::memcpy(x, &a, 16);
+    std::memcpy(y, &b, 16);
+    return ((x[0] ^ y[0]) | (x[1] ^ y[1])) == 0;
+}
+
+// The pointer for iid if `object` (seen as I) answers it as I itself or one of the
+// standard bases of I.
+template <class I>
+void* MatchInterface(I* object, const IID& iid) noexcept {
+    if (SameGuid(iid, I::iid)) return object;
+    if constexpr (std::is_base_of_v<IDispatch, I> && !std::is_same_v<IDispatch, I>) {
+        if (SameGuid(iid, IDispatch::iid)) return static_cast<IDispatch*>(object);
+    }
+    if constexpr (std::is_base_of_v<IProvideClassInfo, I> && !std::is_same_v<IProvideClassInfo, I>) {
+        if (SameGuid(iid, IProvideClassInfo::iid)) return static_cast<IProvideClassInfo*>(object);
+    }
+    if constexpr (std::is_base_of_v<ISequentialStream, I> && !std::is_same_v<ISequentialStream, I>) {
+        if (SameGuid(iid, ISequentialStream::iid)) return static_cast<ISequentialStream*>(object);
+    }
+    return nullptr;
+}
+
+// The interface that stands for the object's identity: the first dual one, else the first.
+template <class... Interfaces>
+struct IdentityOf;
+template <class First, class... Rest>
+struct IdentityOf<First, Rest...> {
+    template <class I, class... More>
+    struct FirstDual {
+        using type = std::conditional_t<std::is_base_of_v<IDispatch, I>, I, typename FirstDual<More...>::type>;
+    };
+    template <class I>
+    struct FirstDual<I> {
+        using type = std::conditional_t<std::is_base_of_v<IDispatch, I>, I, First>;
+    };
+    using type = typename FirstDual<First, Rest...>::type;
+};
+
+}  // namespace detail
+
+template <class Derived, class... Interfaces>
+class UnknownObject : public Interfaces... {
+    static_assert(sizeof...(Interfaces) > 0, "an object implements at least one interface");
+    using Identity = typename detail::IdentityOf<Interfaces...>::type;
+
+public:
+    UnknownObject(const UnknownObject&) = delete;
+    UnknownObject& operator=(const UnknownObject&) = delete;
+
+    HRESULT QueryInterface(REFIID riid, void** ppv) override {
+        if (!ppv) return E_POINTER;
+        void* found = static_cast<Derived*>(this)->FindInterface(riid);
+        *ppv = found;
+        if (!found) return E_NOINTERFACE;
+        AddRef();
+        return S_OK;
+    }
+
+    ULONG AddRef() override { return refs_.fetch_add(1, std::memory_order_relaxed) + 1; }
+
+    ULONG Release() override {
+        const ULONG remaining = refs_.fetch_sub(1, std::memory_order_acq_rel) - 1;
+        if (remaining == 0) {
+            // A destructor that hands `this` to someone (who AddRefs and Releases it) must
+            // not bring the count to zero a second time.
+            refs_.store(kDestroying, std::memory_order_relaxed);
+            delete this;
+        }
+        return remaining;
+    }
+
+    // The object's pointer for an interface, without a reference; nullptr when it has none.
+    void* FindInterface(const IID& iid) noexcept { return FindListed(iid); }
+
+    // The object's one IUnknown: that of its first dual interface, else of its first one.
+    IUnknown* GetUnknown() noexcept { return static_cast<IUnknown*>(static_cast<Identity*>(this)); }
+
+    // A new object holding one reference, which the caller owns; nullptr when construction
+    // fails (out of memory or a constructor that throws).
+    template <class... Args>
+    static Derived* Create(Args&&... args) noexcept {
+        Derived* object = nullptr;
+        try {
+            object = new Derived(std::forward<Args>(args)...);
+        } catch (...) {
+            return nullptr;
+        }
+        object->AddRef();
+        return object;
+    }
+
+    // Factory of the class table: a new object, answered for riid.
+    static HRESULT CreateInstance(REFIID riid, void** ppv) noexcept {
+        if (!ppv) return E_POINTER;
+        *ppv = nullptr;
+        Derived* object = nullptr;
+        try {
+            object = new Derived();
+        } catch (const std::bad_alloc&) {
+            return E_OUTOFMEMORY;
+        } catch (...) {
+            return E_FAIL;
+        }
+        object->AddRef();
+        const HRESULT hr = object->QueryInterface(riid, ppv);
+        object->Release();
+        return hr;
+    }
+
+protected:
+    UnknownObject() noexcept {
+        static_assert(!std::is_destructible_v<Derived>,
+                      "declare the destructor protected or private: objects die through Release");
+        Module::ObjectCreated();
+    }
+    virtual ~UnknownObject() { Module::ObjectDestroyed(); }
+
+    // The interfaces of the list (and their standard bases), IUnknown through the identity.
+    void* FindListed(const IID& iid) noexcept {
+        if (detail::SameGuid(iid, IUnknown::iid)) return GetUnknown();
+        void* found = nullptr;
+        ((found = found ? found : detail::MatchInterface(static_cast<Interfaces*>(this), iid)), ...);
+        return found;
+    }
+
+    ULONG ReferenceCount() const noexcept { return refs_.load(std::memory_order_relaxed); }
+
+private:
+    static constexpr ULONG kDestroying = 0x40000000u;
+    std::atomic<ULONG> refs_{0};
+};
+
+}  // namespace tessaly

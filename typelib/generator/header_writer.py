@@ -1,0 +1,86 @@
+"""Writes NAME.h: enumerations, interfaces as pure virtual structs, GUID constants and the
+declarations of the type information tables."""
+
+from __future__ import annotations
+
+from cpp_names import (
+    NAMESPACE, banner, coclass_info_name, comment_text, enum_info_name, int32_literal,
+    interface_info_name, library_function_name, library_info_name,
+)
+from idl_ast import Interface, Library, Member, Param
+
+
+def param_declaration(p: Param) -> str:
+    cpp = p.type.cpp
+    if p.is_out:
+        cpp += "*"
+    return f"{cpp} {p.name}"
+
+
+def method_declaration(m: Member) -> str:
+    params = ", ".join(param_declaration(p) for p in m.params)
+    return f"virtual HRESULT {m.cpp_name}({params}) = 0;"
+
+
+def write_interface(out: list[str], iface: Interface) -> None:
+    if iface.help:
+        out.append(f"// {comment_text(iface.help)}")
+    base = iface.base or ("IDispatch" if iface.base_is_dispatch else "IUnknown")
+    out.append(f"struct {iface.name} : {base} {{")
+    out.append(f'    static constexpr IID iid = tessaly::MakeGuid("{iface.iid}");')
+    if iface.kind != "DispInterface":
+        for m in iface.members:
+            if m.help:
+                out.append(f"    // {comment_text(m.help)}")
+            out.append(f"    {method_declaration(m)}")
+    out.append("};")
+    out.append("")
+
+
+def write_header(library: Library) -> str:
+    out: list[str] = [banner(library).rstrip("\n")]
+    if library.help:
+        out.append(f"// {comment_text(library.help)}")
+    out += ["#pragma once", "", "#include <cstdint>", "", '#include "platform/StandardInterfaces.h"',
+            '#include "platform/TypeInfo.h"', ""]
+
+    for e in library.enums:
+        if e.help:
+            out.append(f"// {comment_text(e.help)}")
+        out.append(f"enum {e.name} : int32_t {{")
+        for m in e.members:
+            line = f"    {m.name} = {int32_literal(m.value, m.written_hex)},"
+            if m.help:
+                line += f"  // {comment_text(m.help)}"
+            out.append(line)
+        out.append("};")
+        out.append("")
+
+    if library.interfaces:
+        for iface in library.interfaces:
+            out.append(f"struct {iface.name};")
+        out.append("")
+    for iface in library.interfaces:
+        write_interface(out, iface)
+
+    for iface in library.interfaces:
+        prefix = "DIID" if iface.kind == "DispInterface" else "IID"
+        out.append(f"inline constexpr IID {prefix}_{iface.name} = {iface.name}::iid;")
+    for c in library.coclasses:
+        out.append(f'inline constexpr CLSID CLSID_{c.name} = tessaly::MakeGuid("{c.clsid}");')
+    out.append(f'inline constexpr GUID LIBID_{library.name} = tessaly::MakeGuid("{library.libid}");')
+    out.append("")
+
+    out.append("// The run-time type information of the library; it registers itself when loaded.")
+    out.append(f"namespace {NAMESPACE} {{")
+    for iface in library.interfaces:
+        out.append(f"extern const InterfaceInfo {interface_info_name(iface.name)};")
+    for e in library.enums:
+        out.append(f"extern const EnumInfo {enum_info_name(e.name)};")
+    for c in library.coclasses:
+        out.append(f"extern const CoClassInfo {coclass_info_name(c.name)};")
+    out.append(f"extern const TypeLibraryInfo {library_info_name(library)};")
+    out.append(f"}}  // namespace {NAMESPACE}")
+    out.append("")
+    out.append(f"const tessaly::TypeLibraryInfo& {library_function_name(library)}();")
+    return "\n".join(out) + "\n"
