@@ -25,5 +25,9 @@ write_basic_package_version_file(${CMAKE_BINARY_DIR}/TessalyCoreConfigVersion.cm
 install(FILES ${CMAKE_BINARY_DIR}/TessalyCoreConfig.cmake ${CMAKE_BINARY_DIR}/TessalyCoreConfigVersion.cmake
   DESTINATION ${TESSALY_INSTALL_CMAKEDIR})
 
+# The prefix is found from the .pc file's own place, so that an install made with
+# `cmake --install --prefix` elsewhere works wherever it lands.
+file(RELATIVE_PATH TESSALY_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" TESSALY_PC_TO_PREFIX "${TESSALY_PC_TO_PREFIX}")
 configure_file(${CMAKE_CURRENT_LIST_DIR}/tessaly-core.pc.in ${CMAKE_BINARY_DIR}/tessaly-core.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/tessaly-core.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -84,7 +84,8 @@ constexpr USHORT FADF_DISPATCH = 0x0400;
 constexpr USHORT FADF_VARIANT = 0x0800;
 constexpr USHORT FADF_HAVEVARTYPE = 0x0080;
 
-// Bounds are stored as in OLE: rgsabound[0] is the right-most (fastest varying) dimension.
+// Bounds are stored as in OLE: rgsabound[0] is the right-most dimension, the one that varies
+// slowest in memory (the left-most index varies fastest).
 // The element type is kept in the array itself (OLE keeps it in front of the descriptor).
 struct SAFEARRAY {
     USHORT cDims;

@@ -11,6 +11,7 @@ void ObjectDestroyed() noexcept;
 void Lock() noexcept;     // IClassFactory::LockServer(TRUE)
 void Unlock() noexcept;   // IClassFactory::LockServer(FALSE)
 LONG LiveObjectCount() noexcept;
+bool CanUnload() noexcept;  // no live object and no server lock
 
 }  // namespace tessaly::Module
 

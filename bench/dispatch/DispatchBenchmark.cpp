@@ -12,6 +12,8 @@
 #include <new>
 #include <string>
 
+#include <unistd.h>
+
 #include "BenchGadget.h"
 
 namespace {
@@ -157,6 +159,7 @@ BENCHMARK(NamesAndInvokePut);
 // Prints the table as usual and keeps each benchmark's time per call for the ratios.
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
+    RatioReporter() : ConsoleReporter(isatty(fileno(stdout)) ? OO_Defaults : OO_Tabular) {}
     void ReportRuns(const std::vector<Run>& runs) override {
         ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs)

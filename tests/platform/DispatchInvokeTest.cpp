@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "TestWidget.h"
+#include "platform/Dispatcher.h"
 #include "platform/EventSink.h"
 
 namespace tessaly::test {
@@ -356,6 +357,59 @@ TEST_F(DispatchInvokeTest, ManyArgumentsBeyondTheInlineBlockAreRefusedCleanly) {
     VARIANT result{};
     EXPECT_EQ(Call(widget, TestWidget::kConcat, DISPATCH_METHOD, many, &result), DISP_E_BADPARAMCOUNT);
     EXPECT_EQ(widget->calls, 0);
+}
+
+// A member with more parameters than the stack block holds, called on a plain object
+// through the dispatcher itself.
+constexpr uint16_t kManyParams = Dispatcher::kInlineArguments + 4;
+
+HRESULT SumThunk(void* self, VARIANT* args, VARIANT* result) {
+    LONG sum = 0;
+    for (uint16_t i = 0; i < kManyParams; ++i) sum += args[i].lVal * (i + 1);
+    *static_cast<int*>(self) += 1;
+    result->vt = VT_I4;
+    result->lVal = sum;
+    return S_OK;
+}
+
+TEST_F(DispatchInvokeTest, MembersWithManyParametersUseABlockOnTheHeap) {
+    static ParamInfo params[kManyParams + 1];
+    static const char* const names[] = {"p0", "p1", "p2", "p3", "p4", "p5", "p6", "p7", "p8", "p9",
+                                        "p10", "p11", "p12", "p13", "p14", "p15", "p16", "p17", "p18", "p19"};
+    static_assert(std::size(names) == kManyParams);
+    for (uint16_t i = 0; i < kManyParams; ++i) params[i] = {names[i], VT_I4, nullptr, "long", PARAMFLAG_FIN, nullptr};
+    params[kManyParams] = {"sum", VT_I4, nullptr, "long", PARAMFLAG_FOUT | PARAMFLAG_FRETVAL, nullptr};
+    static const MemberInfo member{"Sum", 0x1009001, INVOKE_FUNC, params, kManyParams + 1, "", SumThunk};
+    static const InterfaceInfo iface{"IMany", tessaly::MakeGuid("0D5F3C2A-8E1B-4C6D-9A7E-3B2C1D0E9F8A"), nullptr,
+                                     InterfaceKind::Dual, "", &member, 1};
+    static const CoClassInterface interfaces[] = {{&iface, IMPLTYPEFLAG_FDEFAULT}};
+    static const CoClassInfo coclass{"Many", GUID_NULL, "", false, "", "", interfaces, 1};
+    const Dispatcher* dispatcher = Dispatcher::For(coclass);
+    ASSERT_NE(dispatcher, nullptr);
+
+    int calls = 0;
+    auto find = [](void* object, const IID&) noexcept -> void* { return object; };
+    Args args;
+    LONG expected = 0;
+    for (uint16_t i = 0; i < kManyParams; ++i) {
+        // Strings that convert: each conversion is owned by the block and freed after the call.
+        args.Named(i, Str(std::to_string(i).c_str()));
+        expected += i * (i + 1);
+    }
+    VARIANT result{};
+    ASSERT_EQ(dispatcher->Invoke(&calls, find, 0x1009001, DISPATCH_METHOD, args.get(), &result, nullptr, nullptr),
+              S_OK);
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(result.lVal, expected);
+
+    // A failure part-way through the block frees what was already converted.
+    VariantClear(&args.rgvarg(5));
+    args.rgvarg(5).vt = VT_DISPATCH;
+    UINT argErr = 99;
+    EXPECT_EQ(dispatcher->Invoke(&calls, find, 0x1009001, DISPATCH_METHOD, args.get(), &result, nullptr, &argErr),
+              DISP_E_TYPEMISMATCH);
+    EXPECT_EQ(argErr, 5u);
+    EXPECT_EQ(calls, 1);
 }
 
 }  // namespace

@@ -1,0 +1,208 @@
+#include "platform/MemoryStream.h"
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <new>
+
+#include "platform/Bstr.h"
+
+namespace tessaly {
+
+namespace {
+
+// Access mode reported by Stat: read and write, as STGM_READWRITE.
+constexpr DWORD kReadWriteMode = 2;
+// Bytes moved per round by CopyTo: large enough to amortise the calls, small enough to
+// keep the buffer off the critical path of memory.
+constexpr size_t kCopyChunk = size_t(64) << 10;
+
+// Whether `p` points into [begin, begin + size).
+bool PointsInto(const void* p, const uint8_t* begin, size_t size) noexcept {
+    const std::less<const void*> before;
+    return size != 0 && !before(p, begin) && before(p, begin + size);
+}
+
+}  // namespace
+
+MemoryStream* MemoryStream::Create() noexcept { return UnknownObject::Create(); }
+
+HRESULT MemoryStream::Create(IStream** out) noexcept {
+    if (!out) return E_POINTER;
+    *out = Create();
+    return *out ? S_OK : E_OUTOFMEMORY;
+}
+
+HRESULT MemoryStream::Create(const void* data, size_t size, IStream** out) noexcept {
+    if (!out) return E_POINTER;
+    *out = nullptr;
+    if (!data && size != 0) return STG_E_INVALIDPOINTER;
+    if (size > kMaxSize) return STG_E_MEDIUMFULL;
+    MemoryStream* stream = Create();
+    if (!stream) return E_OUTOFMEMORY;
+    try {
+        stream->bytes_.assign(static_cast<const uint8_t*>(data), static_cast<const uint8_t*>(data) + size);
+    } catch (...) {
+        stream->Release();
+        return E_OUTOFMEMORY;
+    }
+    *out = stream;
+    return S_OK;
+}
+
+const uint8_t* MemoryStream::Data() const noexcept {
+    std::lock_guard lock(mutex_);
+    return bytes_.data();
+}
+
+size_t MemoryStream::Size() const noexcept {
+    std::lock_guard lock(mutex_);
+    return bytes_.size();
+}
+
+HRESULT MemoryStream::ResizeLocked(uint64_t size) noexcept {
+    if (size > kMaxSize) return STG_E_MEDIUMFULL;
+    const size_t wanted = static_cast<size_t>(size);
+    try {
+        // Geometric growth for a run of small writes; reserve first so that a failure
+        // leaves the bytes as they were.
+        if (wanted > bytes_.capacity()) {
+            const size_t doubled = static_cast<size_t>(std::min<uint64_t>(uint64_t(bytes_.capacity()) * 2, kMaxSize));
+            bytes_.reserve(std::max(wanted, doubled));
+        }
+        bytes_.resize(wanted);
+    } catch (...) {
+        return E_OUTOFMEMORY;
+    }
+    return S_OK;
+}
+
+HRESULT MemoryStream::Read(void* pv, ULONG cb, ULONG* pcbRead) {
+    if (pcbRead) *pcbRead = 0;
+    if (!pv && cb != 0) return STG_E_INVALIDPOINTER;
+    std::lock_guard lock(mutex_);
+    const uint64_t size = bytes_.size();
+    const ULONG count = position_ >= size ? 0 : static_cast<ULONG>(std::min<uint64_t>(cb, size - position_));
+    if (count != 0) std::memcpy(pv, bytes_.data() + position_, count);
+    position_ += count;
+    if (pcbRead) *pcbRead = count;
+    return S_OK;
+}
+
+HRESULT MemoryStream::Write(const void* pv, ULONG cb, ULONG* pcbWritten) {
+    if (pcbWritten) *pcbWritten = 0;
+    if (!pv && cb != 0) return STG_E_INVALIDPOINTER;
+    if (cb == 0) return S_OK;
+    std::lock_guard lock(mutex_);
+    const uint64_t end = position_ + cb;  // position_ <= INT64_MAX, so no overflow
+    if (end > kMaxSize) return STG_E_MEDIUMFULL;
+    if (end > bytes_.size()) {
+        // The source may be our own bytes (a caller appending from Data()): find it again
+        // after the block moves.
+        const bool own = PointsInto(pv, bytes_.data(), bytes_.size());
+        const size_t offset = own ? static_cast<size_t>(static_cast<const uint8_t*>(pv) - bytes_.data()) : 0;
+        const HRESULT hr = ResizeLocked(end);
+        if (FAILED(hr)) return hr;
+        if (own) pv = bytes_.data() + offset;
+    }
+    std::memmove(bytes_.data() + position_, pv, cb);
+    position_ = end;
+    if (pcbWritten) *pcbWritten = cb;
+    return S_OK;
+}
+
+HRESULT MemoryStream::Seek(LONGLONG dlibMove, DWORD dwOrigin, ULONGLONG* plibNewPosition) {
+    std::lock_guard lock(mutex_);
+    int64_t base = 0;
+    switch (dwOrigin) {
+        case STREAM_SEEK_SET: base = 0; break;
+        case STREAM_SEEK_CUR: base = static_cast<int64_t>(position_); break;
+        case STREAM_SEEK_END: base = static_cast<int64_t>(bytes_.size()); break;
+        default: return STG_E_INVALIDFUNCTION;
+    }
+    int64_t target = 0;
+    if (__builtin_add_overflow(base, dlibMove, &target) || target < 0) return STG_E_INVALIDFUNCTION;
+    position_ = static_cast<uint64_t>(target);
+    if (plibNewPosition) *plibNewPosition = position_;
+    return S_OK;
+}
+
+HRESULT MemoryStream::SetSize(ULONGLONG libNewSize) {
+    std::lock_guard lock(mutex_);
+    return ResizeLocked(libNewSize);
+}
+
+HRESULT MemoryStream::CopyTo(IStream* pstm, ULONGLONG cb, ULONGLONG* pcbRead, ULONGLONG* pcbWritten) {
+    if (pcbRead) *pcbRead = 0;
+    if (pcbWritten) *pcbWritten = 0;
+    if (!pstm) return STG_E_INVALIDPOINTER;
+    std::vector<uint8_t> chunk;
+    try {
+        chunk.resize(static_cast<size_t>(std::min<uint64_t>(cb, kCopyChunk)));
+    } catch (...) {
+        return E_OUTOFMEMORY;
+    }
+    // Our lock is never held while the target runs: the target may be this very stream.
+    uint64_t read = 0;
+    uint64_t written = 0;
+    HRESULT hr = S_OK;
+    while (read < cb) {
+        ULONG got = 0;
+        hr = Read(chunk.data(), static_cast<ULONG>(std::min<uint64_t>(cb - read, chunk.size())), &got);
+        if (FAILED(hr) || got == 0) break;
+        read += got;
+        ULONG put = 0;
+        hr = pstm->Write(chunk.data(), got, &put);
+        written += put;
+        if (FAILED(hr)) break;
+        if (put < got) {
+            hr = STG_E_MEDIUMFULL;
+            break;
+        }
+    }
+    if (pcbRead) *pcbRead = read;
+    if (pcbWritten) *pcbWritten = written;
+    return FAILED(hr) ? hr : S_OK;
+}
+
+// Writes go straight into the bytes: there is nothing to commit or to roll back.
+HRESULT MemoryStream::Commit(DWORD) { return S_OK; }
+HRESULT MemoryStream::Revert() { return S_OK; }
+
+HRESULT MemoryStream::LockRegion(ULONGLONG, ULONGLONG, DWORD) { return STG_E_INVALIDFUNCTION; }
+HRESULT MemoryStream::UnlockRegion(ULONGLONG, ULONGLONG, DWORD) { return STG_E_INVALIDFUNCTION; }
+
+HRESULT MemoryStream::Stat(STATSTG* pstatstg, DWORD grfStatFlag) {
+    if (!pstatstg) return STG_E_INVALIDPOINTER;
+    *pstatstg = STATSTG{};
+    // A memory stream has no name: callers asking for one get an empty string to free.
+    if (!(grfStatFlag & STATFLAG_NONAME)) {
+        pstatstg->pwcsName = SysAllocString("");
+        if (!pstatstg->pwcsName) return E_OUTOFMEMORY;
+    }
+    pstatstg->type = STGTY_STREAM;
+    pstatstg->grfMode = kReadWriteMode;
+    std::lock_guard lock(mutex_);
+    pstatstg->cbSize = bytes_.size();
+    return S_OK;
+}
+
+HRESULT MemoryStream::Clone(IStream** ppstm) {
+    if (!ppstm) return STG_E_INVALIDPOINTER;
+    *ppstm = nullptr;
+    MemoryStream* copy = Create();
+    if (!copy) return E_OUTOFMEMORY;
+    try {
+        std::lock_guard lock(mutex_);
+        copy->bytes_ = bytes_;
+        copy->position_ = position_;
+    } catch (...) {
+        copy->Release();
+        return E_OUTOFMEMORY;
+    }
+    *ppstm = copy;
+    return S_OK;
+}
+
+}  // namespace tessaly

@@ -1,0 +1,27 @@
+#include "platform/PumpHook.h"
+
+#include <chrono>
+#include <thread>
+#include <utility>
+
+namespace tessaly {
+
+namespace {
+thread_local PumpFunction threadPump;
+}  // namespace
+
+void SetThreadPumpHook(PumpFunction pump) { threadPump = std::move(pump); }
+
+void WaitForLockTurn() noexcept {
+    bool served = false;
+    if (threadPump) {
+        try {
+            served = threadPump();
+        } catch (...) {
+            served = false;
+        }
+    }
+    if (!served) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+}  // namespace tessaly
