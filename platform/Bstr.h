@@ -63,6 +63,7 @@ public:
 
     friend bool operator==(const Bstr& a, const Bstr& b) noexcept { return a.view() == b.view(); }
     friend bool operator==(const Bstr& a, std::string_view b) noexcept { return a.view() == b; }
+    friend bool operator==(const Bstr& a, const char* b) noexcept { return a.view() == std::string_view(b ? b : ""); }
 
 private:
     BSTR text_ = nullptr;

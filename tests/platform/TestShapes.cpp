@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/ClassTable.h"
 #include "platform/SafeArray.h"
 
 namespace tessaly::test {
@@ -67,6 +68,9 @@ HRESULT TestEnumVariant::Clone(IEnumVARIANT** ppEnum) {
 }
 
 const CoClassInfo& TestShapes::CoClass() { return generated::CoClass_TestSealed; }
+
+// Registered with a factory that the table must drop: the coclass is noncreatable.
+static const ClassRegistrar<TestShapes> shapesRegistrar;
 
 TestShapes::~TestShapes() {
     if (owner) owner->Release();

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstring>
 
+#include "platform/ClassTable.h"
 #include "platform/ErrorInfo.h"
 
 namespace tessaly::test {
@@ -19,6 +20,10 @@ HRESULT NewString(const std::string& text, BSTR* out) {
 }  // namespace
 
 const CoClassInfo& TestWidget::CoClass() { return generated::CoClass_TestWidget; }
+
+// The test classes are made by name like the library's own.
+static const ClassRegistrar<TestWidget> widgetRegistrar;
+static const ClassRegistrar<TestGadget> gadgetRegistrar;
 
 TestWidget::TestWidget() = default;
 
