@@ -528,8 +528,10 @@ class LibraryIdlTests(unittest.TestCase):
         change = self.core.interface("ILuxChangeEvent").members[0]
         self.assertEqual((change.name, change.dispid, [p.name for p in change.params]),
                          ("Change", 7456, ["StateID", "Value", "FunctionalArea"]))
-        self.assertEqual({c.name: c.creatable for c in self.core.coclasses},
-                         {"LuxChangeEvent": False, "LuxChangeEventConfiguration": False, "LuxEventInfo": False})
+        creatable = {c.name: c.creatable for c in self.core.coclasses}
+        for naming in ("LuxChangeEvent", "LuxChangeEventConfiguration", "LuxEventInfo"):
+            self.assertIs(creatable[naming], False, naming)
+        self.assertIs(creatable["LuxCollection"], True)
 
     def test_guids_are_unique_across_both_libraries(self):
         def guids(library):
