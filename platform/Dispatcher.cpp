@@ -32,44 +32,10 @@ VARIANT ZeroOf(VARTYPE vt) {
     return v;
 }
 
-// Size of the value a VT_BYREF|vt reference points at; 0 for types a reference cannot
-// carry here.
-size_t ReferencedSize(VARTYPE vt) {
-    if (vt & VT_ARRAY) return sizeof(SAFEARRAY*);
-    switch (vt & VT_TYPEMASK) {
-    case VT_I1:
-    case VT_UI1:
-        return 1;
-    case VT_I2:
-    case VT_UI2:
-    case VT_BOOL:
-        return 2;
-    case VT_I4:
-    case VT_UI4:
-    case VT_INT:
-    case VT_UINT:
-    case VT_R4:
-    case VT_ERROR:
-        return 4;
-    case VT_I8:
-    case VT_UI8:
-    case VT_R8:
-    case VT_CY:
-    case VT_DATE:
-        return 8;
-    case VT_BSTR:
-    case VT_DISPATCH:
-    case VT_UNKNOWN:
-        return sizeof(void*);
-    default:
-        return 0;
-    }
-}
-
 // A shallow view of what a typed reference points at: same bits, no ownership.
 bool ReadReference(const VARIANT& ref, VARIANT& out) {
     const VARTYPE vt = static_cast<VARTYPE>(ref.vt & ~VT_BYREF);
-    const size_t size = ReferencedSize(vt);
+    const size_t size = ReferencedValueSize(vt);
     if (size == 0 || !ref.byref) return false;
     out = VARIANT{};
     out.vt = vt;
@@ -79,7 +45,7 @@ bool ReadReference(const VARIANT& ref, VARIANT& out) {
 }
 
 void WriteReference(const VARIANT& ref, const VARIANT& value) {
-    std::memcpy(ref.byref, &value.llVal, ReferencedSize(value.vt));
+    std::memcpy(ref.byref, &value.llVal, ReferencedValueSize(value.vt));
 }
 
 // Reads through one VT_BYREF|VT_VARIANT and one typed reference, as clients that pass
@@ -208,7 +174,7 @@ HRESULT PrepareOut(const ParamInfo& param, const VARIANT& given, VARIANT& arg, M
     if (given.vt == (VT_BYREF | VT_VARIANT)) {
         if (!given.pvarVal) return DISP_E_TYPEMISMATCH;
         target = Mode::OutVariant;
-    } else if (param.vt != VT_VARIANT && given.vt == (VT_BYREF | param.vt) && ReferencedSize(param.vt) != 0) {
+    } else if (param.vt != VT_VARIANT && given.vt == (VT_BYREF | param.vt) && ReferencedValueSize(param.vt) != 0) {
         if (!given.byref) return DISP_E_TYPEMISMATCH;
         target = Mode::OutTyped;
     } else {

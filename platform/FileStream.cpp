@@ -13,6 +13,7 @@
 
 #include "platform/Bstr.h"
 #include "platform/ErrorInfo.h"
+#include "platform/StreamCopy.h"
 
 namespace tessaly {
 
@@ -20,7 +21,6 @@ namespace {
 
 constexpr const char* kSource = "FileStream";
 constexpr uint64_t kMaxOffset = static_cast<uint64_t>(std::numeric_limits<off_t>::max());
-constexpr size_t kCopyChunk = size_t(64) << 10;
 
 // The text of an errno value, without the thread-unsafe static buffer of strerror.
 std::string ErrnoText(int error) {
@@ -221,36 +221,7 @@ HRESULT FileStream::SetSize(ULONGLONG libNewSize) {
 }
 
 HRESULT FileStream::CopyTo(IStream* pstm, ULONGLONG cb, ULONGLONG* pcbRead, ULONGLONG* pcbWritten) {
-    if (pcbRead) *pcbRead = 0;
-    if (pcbWritten) *pcbWritten = 0;
-    if (!pstm) return STG_E_INVALIDPOINTER;
-    std::vector<uint8_t> chunk;
-    try {
-        chunk.resize(static_cast<size_t>(std::min<uint64_t>(cb, kCopyChunk)));
-    } catch (...) {
-        return E_OUTOFMEMORY;
-    }
-    // Our lock is never held while the target runs: the target may be this very stream.
-    uint64_t read = 0;
-    uint64_t written = 0;
-    HRESULT hr = S_OK;
-    while (read < cb) {
-        ULONG got = 0;
-        hr = Read(chunk.data(), static_cast<ULONG>(std::min<uint64_t>(cb - read, chunk.size())), &got);
-        read += got;
-        if (FAILED(hr) || got == 0) break;
-        ULONG put = 0;
-        hr = pstm->Write(chunk.data(), got, &put);
-        written += put;
-        if (FAILED(hr)) break;
-        if (put < got) {
-            hr = STG_E_MEDIUMFULL;
-            break;
-        }
-    }
-    if (pcbRead) *pcbRead = read;
-    if (pcbWritten) *pcbWritten = written;
-    return FAILED(hr) ? hr : S_OK;
+    return CopyStreamRange(*this, pstm, cb, pcbRead, pcbWritten);
 }
 
 HRESULT FileStream::Commit(DWORD) {

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "platform/Bstr.h"
+#include "platform/StreamCopy.h"
 
 namespace tessaly {
 
@@ -16,7 +17,6 @@ namespace {
 constexpr DWORD kReadWriteMode = 2;
 // Bytes moved per round by CopyTo: large enough to amortise the calls, small enough to
 // keep the buffer off the critical path of memory.
-constexpr size_t kCopyChunk = size_t(64) << 10;
 
 // Whether `p` points into [begin, begin + size).
 bool PointsInto(const void* p, const uint8_t* begin, size_t size) noexcept {
@@ -134,36 +134,7 @@ HRESULT MemoryStream::SetSize(ULONGLONG libNewSize) {
 }
 
 HRESULT MemoryStream::CopyTo(IStream* pstm, ULONGLONG cb, ULONGLONG* pcbRead, ULONGLONG* pcbWritten) {
-    if (pcbRead) *pcbRead = 0;
-    if (pcbWritten) *pcbWritten = 0;
-    if (!pstm) return STG_E_INVALIDPOINTER;
-    std::vector<uint8_t> chunk;
-    try {
-        chunk.resize(static_cast<size_t>(std::min<uint64_t>(cb, kCopyChunk)));
-    } catch (...) {
-        return E_OUTOFMEMORY;
-    }
-    // Our lock is never held while the target runs: the target may be this very stream.
-    uint64_t read = 0;
-    uint64_t written = 0;
-    HRESULT hr = S_OK;
-    while (read < cb) {
-        ULONG got = 0;
-        hr = Read(chunk.data(), static_cast<ULONG>(std::min<uint64_t>(cb - read, chunk.size())), &got);
-        if (FAILED(hr) || got == 0) break;
-        read += got;
-        ULONG put = 0;
-        hr = pstm->Write(chunk.data(), got, &put);
-        written += put;
-        if (FAILED(hr)) break;
-        if (put < got) {
-            hr = STG_E_MEDIUMFULL;
-            break;
-        }
-    }
-    if (pcbRead) *pcbRead = read;
-    if (pcbWritten) *pcbWritten = written;
-    return FAILED(hr) ? hr : S_OK;
+    return CopyStreamRange(*this, pstm, cb, pcbRead, pcbWritten);
 }
 
 // Writes go straight into the bytes: there is nothing to commit or to roll back.

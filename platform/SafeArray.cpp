@@ -19,37 +19,9 @@ constexpr USHORT kOwnershipFeatures = FADF_BSTR | FADF_UNKNOWN | FADF_DISPATCH |
 
 // 0 for a type no safe array holds.
 ULONG ElementSize(VARTYPE vt) noexcept {
-    switch (vt) {
-        case VT_I1:
-        case VT_UI1:
-            return 1;
-        case VT_I2:
-        case VT_UI2:
-        case VT_BOOL:
-            return 2;
-        case VT_I4:
-        case VT_UI4:
-        case VT_INT:
-        case VT_UINT:
-        case VT_R4:
-        case VT_ERROR:
-            return 4;
-        case VT_I8:
-        case VT_UI8:
-        case VT_R8:
-        case VT_CY:
-        case VT_DATE:
-            return 8;
-        case VT_BSTR:
-            return sizeof(BSTR);
-        case VT_DISPATCH:
-        case VT_UNKNOWN:
-            return sizeof(IUnknown*);
-        case VT_VARIANT:
-            return sizeof(VARIANT);
-        default:
-            return 0;
-    }
+    if (vt & ~VT_TYPEMASK) return 0;  // no arrays of arrays or of references
+    if (vt == VT_VARIANT) return sizeof(VARIANT);
+    return static_cast<ULONG>(tessaly::ReferencedValueSize(vt));
 }
 
 USHORT FeaturesOf(VARTYPE vt) noexcept {

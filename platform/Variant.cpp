@@ -42,18 +42,6 @@ bool IsValidType(VARTYPE vt) noexcept {
     return IsScalarType(base);
 }
 
-// Bytes of a value of a scalar type, as stored by reference or in an array.
-size_t ValueSize(VARTYPE base) noexcept {
-    switch (base) {
-        case VT_I1: case VT_UI1: return 1;
-        case VT_I2: case VT_UI2: case VT_BOOL: return 2;
-        case VT_I4: case VT_UI4: case VT_INT: case VT_UINT: case VT_R4: case VT_ERROR: return 4;
-        case VT_I8: case VT_UI8: case VT_R8: case VT_CY: case VT_DATE: return 8;
-        case VT_BSTR: case VT_DISPATCH: case VT_UNKNOWN: return sizeof(void*);
-        default: return 0;
-    }
-}
-
 VARIANT Empty() noexcept {
     VARIANT value;
     VariantInit(&value);
@@ -112,7 +100,7 @@ HRESULT Dereference(const VARIANT& source, VARIANT& view) noexcept {
         view.parray = *source.pparray;
         return S_OK;
     }
-    std::memcpy(&view.llVal, source.byref, ValueSize(type));
+    std::memcpy(&view.llVal, source.byref, tessaly::ReferencedValueSize(type));
     return S_OK;
 }
 
@@ -736,6 +724,18 @@ HRESULT VariantChangeTypeEx(VARIANTARG* destination, const VARIANTARG* source, L
 }
 
 namespace tessaly {
+
+size_t ReferencedValueSize(VARTYPE vt) noexcept {
+    if (vt & VT_ARRAY) return sizeof(SAFEARRAY*);
+    switch (vt & VT_TYPEMASK) {
+        case VT_I1: case VT_UI1: return 1;
+        case VT_I2: case VT_UI2: case VT_BOOL: return 2;
+        case VT_I4: case VT_UI4: case VT_INT: case VT_UINT: case VT_R4: case VT_ERROR: return 4;
+        case VT_I8: case VT_UI8: case VT_R8: case VT_CY: case VT_DATE: return 8;
+        case VT_BSTR: case VT_DISPATCH: case VT_UNKNOWN: return sizeof(void*);
+        default: return 0;
+    }
+}
 
 Variant::Variant(const VARIANT& value) {
     VariantInit(&value_);

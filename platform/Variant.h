@@ -30,6 +30,10 @@ HRESULT VariantChangeTypeEx(VARIANTARG* destination, const VARIANTARG* source, L
 
 namespace tessaly {
 
+// Bytes of the value a VT_BYREF|vt reference points at (a pointer for strings, objects and
+// arrays); 0 for VT_VARIANT and for types no reference carries.
+size_t ReferencedValueSize(VARTYPE vt) noexcept;
+
 // Owns one VARIANT: clears it on destruction, copies it with VariantCopy. The value
 // constructors make the natural automation type (int32_t → VT_I4, double → VT_R8,
 // bool → VT_BOOL, text → VT_BSTR, an object → VT_DISPATCH or VT_UNKNOWN with a reference).
