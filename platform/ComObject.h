@@ -159,6 +159,27 @@ public:
         return S_OK;
     }
 
+    // Whether any sink is advised on any outgoing interface: an object builds no event
+    // (and copies no value) otherwise.
+    bool HasEventSinks() const noexcept {
+        const ConnectionPointContainer* connections = connections_.load(std::memory_order_acquire);
+        return connections && connections->HasConnections();
+    }
+
+    // The sinks advised on one outgoing interface at this moment (null when none); the list
+    // keeps them alive while it is held.
+    std::shared_ptr<const ConnectionPoint::SinkList> EventSinks(const IID& source) const noexcept {
+        const ConnectionPointContainer* connections = connections_.load(std::memory_order_acquire);
+        const ConnectionPoint* point = connections ? connections->Find(source) : nullptr;
+        return point ? point->Snapshot() : nullptr;
+    }
+
+    // An event every outgoing interface repeats (Change), to every sink of every one.
+    void FireEventToAll(DISPID dispid, DISPPARAMS& params) noexcept {
+        const ConnectionPointContainer* connections = connections_.load(std::memory_order_acquire);
+        if (connections) connections->FireAll(dispid, params);
+    }
+
     // The same with an argument block built by the caller (last argument first).
     HRESULT FireEventWith(const IID& source, DISPID dispid, DISPPARAMS& params) noexcept {
         const ConnectionPointContainer* connections = connections_.load(std::memory_order_acquire);

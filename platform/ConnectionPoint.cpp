@@ -72,6 +72,7 @@ HRESULT ConnectionPoint::Advise(IUnknown* pUnkSink, DWORD* pdwCookie) {
         sink = nullptr;  // the list owns it now
         previous = std::move(sinks_);
         sinks_ = std::move(next);
+        connected_.store(true, std::memory_order_release);
         *pdwCookie = cookie;
     } catch (const std::bad_alloc&) {
         if (sink) sink->Release();
@@ -101,6 +102,7 @@ HRESULT ConnectionPoint::Unadvise(DWORD dwCookie) {
         }
         previous = std::move(sinks_);
         sinks_ = std::move(next);
+        connected_.store(sinks_ != nullptr, std::memory_order_release);
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }
@@ -129,10 +131,7 @@ std::shared_ptr<const ConnectionPoint::SinkList> ConnectionPoint::Snapshot() con
     return sinks_;
 }
 
-bool ConnectionPoint::HasConnections() const noexcept {
-    std::lock_guard lock(mutex_);
-    return sinks_ != nullptr;
-}
+bool ConnectionPoint::HasConnections() const noexcept { return connected_.load(std::memory_order_acquire); }
 
 void ConnectionPoint::Fire(DISPID dispid, DISPPARAMS& params) const noexcept {
     const std::shared_ptr<const SinkList> snapshot = Snapshot();

@@ -8,6 +8,7 @@
 // event. A sink unadvised while an event is being delivered may still receive that event.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -52,6 +53,7 @@ public:
     const IID& Interface() const noexcept { return iid_; }
     // The connections at this moment; the list keeps its sinks alive while it is held.
     std::shared_ptr<const SinkList> Snapshot() const noexcept;
+    // Lock-free: an object asks this before it builds any event.
     bool HasConnections() const noexcept;
     // Calls Invoke(dispid, DISPATCH_METHOD) on every sink of the snapshot. Sink failures
     // do not stop the others: an event is a notification, not a request.
@@ -63,6 +65,7 @@ private:
     mutable std::mutex mutex_;
     std::shared_ptr<const SinkList> sinks_;
     DWORD nextCookie_ = 1;
+    std::atomic<bool> connected_{false};  // sinks_ != nullptr, readable without the mutex
 };
 
 }  // namespace tessaly

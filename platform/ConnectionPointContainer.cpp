@@ -55,4 +55,14 @@ void ConnectionPointContainer::Fire(const IID& source, DISPID dispid, DISPPARAMS
     if (const ConnectionPoint* point = Find(source)) point->Fire(dispid, params);
 }
 
+void ConnectionPointContainer::FireAll(DISPID dispid, DISPPARAMS& params) const noexcept {
+    for (const auto& point : points_) point->Fire(dispid, params);
+}
+
+bool ConnectionPointContainer::HasConnections() const noexcept {
+    for (const auto& point : points_)
+        if (point->HasConnections()) return true;
+    return false;
+}
+
 }  // namespace tessaly

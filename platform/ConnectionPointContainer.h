@@ -26,6 +26,10 @@ public:
     ConnectionPoint* Find(const IID& iid) const noexcept;
     // Delivers an event to every sink of the source interface, outside any lock.
     void Fire(const IID& source, DISPID dispid, DISPPARAMS& params) const noexcept;
+    // Delivers an event that every outgoing interface repeats (Change) to every sink.
+    void FireAll(DISPID dispid, DISPPARAMS& params) const noexcept;
+    // Whether any sink is advised on any outgoing interface.
+    bool HasConnections() const noexcept;
 
 private:
     std::vector<std::unique_ptr<ConnectionPoint>> points_;

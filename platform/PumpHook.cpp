@@ -16,7 +16,9 @@ void WaitForLockTurn() noexcept {
     bool served = false;
     if (threadPump) {
         try {
-            served = threadPump();
+            // Run a copy: the pump may replace or remove itself while it serves a call.
+            const PumpFunction pump = threadPump;
+            served = pump();
         } catch (...) {
             served = false;
         }
