@@ -139,6 +139,41 @@ class ErrorTests(unittest.TestCase):
                                 "coclass C { };\n"), 3, 46, "malformed ProgID")
 
 
+class ImportTests(unittest.TestCase):
+    """importlib("X.idl") makes another library's declarations usable without generating them."""
+
+    def setUp(self):
+        self.dir = tempfile.mkdtemp()
+        self.addCleanup(shutil.rmtree, self.dir)
+        base = ('[uuid(21111111-2222-3333-4444-555555555555), version(1.0)]\nlibrary Base {\n' +
+                dual("[id(1)] HRESULT Ping();\n", name="IBase") +
+                "typedef [v1_enum] enum BaseColors { baseRed = 7 } BaseColors;\n};\n")
+        with open(os.path.join(self.dir, "Base.idl"), "w", encoding="utf-8") as f:
+            f.write(base)
+
+    def parse_here(self, body: str):
+        return parse(LIB_HEAD + 'importlib("Base.idl");\n' + textwrap.dedent(body) + "};\n",
+                     os.path.join(self.dir, "t.idl"))
+
+    def test_imported_declarations_are_used_not_generated(self):
+        library = self.parse_here(
+            dual("[id(2)] HRESULT Paint([in] BaseColors color, [in, defaultvalue(baseRed)] long shade);\n") +
+            "[uuid(C0000000-0000-0000-0000-000000000001)] coclass C { [default] interface IX; interface IBase; };\n")
+        self.assertEqual([i.name for i in library.interfaces], ["IX"])
+        self.assertEqual([i.name for i in library.coclasses[0].interfaces], ["IX", "IBase"])
+        header = write_header(library)
+        self.assertIn('#include "Base.h"', header)
+        self.assertNotIn("struct IBase ", header)
+
+    def test_redeclaring_or_missing_imports_are_errors(self):
+        with self.assertRaises(IdlError) as caught:
+            self.parse_here("typedef [v1_enum] enum BaseColors { x } BaseColors;\n")
+        self.assertIn("already declared by the imported library Base", caught.exception.message)
+        with self.assertRaises(IdlError) as caught:
+            parse(LIB_HEAD + 'importlib("Missing.idl");\n};\n', os.path.join(self.dir, "t.idl"))
+        self.assertIn("cannot read imported library Missing.idl", caught.exception.message)
+
+
 class LibraryAttributeTests(unittest.TestCase):
     def test_version_and_help(self):
         library = parse('[uuid(11111111-2222-3333-4444-555555555555), version(3.12), helpstring("Mine")]\n'

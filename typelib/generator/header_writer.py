@@ -42,7 +42,10 @@ def write_header(library: Library) -> str:
     if library.help:
         out.append(f"// {comment_text(library.help)}")
     out += ["#pragma once", "", "#include <cstdint>", "", '#include "platform/StandardInterfaces.h"',
-            '#include "platform/TypeInfo.h"', ""]
+            '#include "platform/TypeInfo.h"']
+    # An imported library's declarations (and its tables, which ours point to) come from its header.
+    out += [f'#include "{imported.name}.h"' for imported in library.imports]
+    out.append("")
 
     for e in library.enums:
         if e.help:

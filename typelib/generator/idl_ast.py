@@ -190,6 +190,8 @@ class Library:
     minor: int
     help: Optional[str]
     source_file: str
+    # Libraries read through importlib("X.idl"), whose declarations this one uses.
+    imports: list["Library"] = field(default_factory=list)
     # Declarations in IDL order.
     interfaces: list[Interface] = field(default_factory=list)
     enums: list[Enum] = field(default_factory=list)

@@ -8,6 +8,7 @@ error carries the file, line and column where it was found.
 
 from __future__ import annotations
 
+import os
 import re
 from dataclasses import dataclass
 from typing import Optional
@@ -301,6 +302,7 @@ class Parser:
         self.library_location: Optional[Location] = None
         self.declarations: list = []  # RawInterface / RawEnum / RawCoClass in order
         self.forward: dict[str, Location] = {}
+        self.imports: list[tuple[str, Location]] = []  # importlib("X.idl"): file as written
 
     # -- token helpers
     def peek(self, offset: int = 0) -> Token:
@@ -357,9 +359,13 @@ class Parser:
         if tok.kind == "ident" and tok.text in ("importlib", "cpp_quote"):
             self.next()
             self.expect("(")
-            self.string("an argument")
+            arg = self.string("an argument")
             self.expect(")")
             self.accept(";")
+            # Another of our libraries, by its IDL: its declarations become usable here.
+            # Compiled type libraries (stdole2.tlb) have nothing to offer and are skipped.
+            if tok.text == "importlib" and arg.text.lower().endswith(".idl"):
+                self.imports.append((arg.text, arg.location))
             return
         if self.accept(";"):
             return
@@ -671,8 +677,10 @@ def to_int32(value: int, location: Location) -> int:
 
 
 class Resolver:
-    def __init__(self, parser: Parser):
+    def __init__(self, parser: Parser, imports: Optional[list[Library]] = None):
         self.p = parser
+        self.imports = imports or []
+        self.imported: dict[str, str] = {}  # name declared by an imported library -> its library
         self.names: dict[str, tuple[str, Location]] = {}  # type name -> (kind, location)
         self.raw_interfaces: dict[str, RawInterface] = {}
         self.interfaces: dict[str, Interface] = {}
@@ -707,6 +715,8 @@ class Resolver:
     def declare(self, name: str, kind: str, location: Location) -> None:
         if name in CPP_KEYWORDS:
             raise IdlError(location, f"'{name}' is reserved in the generated C++")
+        if name in self.imported:
+            raise IdlError(location, f"'{name}' is already declared by the imported library {self.imported[name]}")
         if name in self.names:
             first = self.names[name][1]
             raise IdlError(location, f"'{name}' is already declared at {first.line}:{first.column}")
@@ -732,6 +742,9 @@ class Resolver:
             if major > 0xFFFF or minor > 0xFFFF:
                 raise IdlError(loc, "version numbers must fit in 16 bits")
         lib = Library(p.library_name, libid, major, minor, self.helpstring(attrs), p.filename)
+        lib.imports = list(self.imports)
+        for imported in self.imports:
+            self.import_declarations(imported)
 
         # Names first, so that any declaration may refer to a later one.
         for d in p.declarations:
@@ -760,6 +773,26 @@ class Resolver:
             if isinstance(d, RawCoClass):
                 lib.coclasses.append(self.coclass(d))
         return lib
+
+    def import_declarations(self, imported: Library) -> None:
+        """Makes the interfaces, enumerations and coclasses of an imported library known by
+        name: they can be used in signatures, derived from and listed in coclasses, and
+        nothing is generated for them here."""
+        def known(name: str, kind: str, location: Location) -> None:
+            if name in self.imported:
+                return  # the same declaration reached through two imports
+            self.imported[name] = imported.name
+            self.names[name] = (kind, location)
+        for iface in imported.interfaces:
+            known(iface.name, "dispinterface" if iface.kind == "DispInterface" else "interface", iface.location)
+            self.interfaces[iface.name] = iface
+        for e in imported.enums:
+            known(e.name, "enum", e.location)
+            self.enums[e.name] = e
+            for m in e.members:
+                self.constants.setdefault(m.name, m.value)
+        for c in imported.coclasses:
+            known(c.name, "coclass", c.location)
 
     # -- enumerations
     def evaluate(self, expr) -> int:
@@ -876,6 +909,8 @@ class Resolver:
             if raw.is_dispinterface:
                 return "IDispatch"
             name = raw.base
+        if name in self.imported and name in self.interfaces:
+            return "IDispatch" if self.interfaces[name].base_is_dispatch else "IUnknown"
         return name
 
     # -- interfaces
@@ -1145,11 +1180,24 @@ def kind_text(invoke: int) -> str:
             INVOKE_PROPERTYPUTREF: "property putref"}[invoke]
 
 
-def parse(text: str, filename: str) -> Library:
-    """Parses IDL text; raises IdlError on the first error."""
+def parse(text: str, filename: str, _importing: tuple[str, ...] = ()) -> Library:
+    """Parses IDL text; raises IdlError on the first error. importlib("X.idl") names a file
+    relative to the directory of `filename`."""
     parser = Parser(text, filename)
     parser.parse()
-    return Resolver(parser).resolve()
+    imports: list[Library] = []
+    here = os.path.abspath(filename)
+    for written, location in parser.imports:
+        path = os.path.normpath(os.path.join(os.path.dirname(here), written))
+        if path == here or path in _importing:
+            raise IdlError(location, f"importlib(\"{written}\") imports a library that imports this one")
+        try:
+            with open(path, encoding="utf-8") as f:
+                source = f.read()
+        except OSError as e:
+            raise IdlError(location, f"cannot read imported library {written}: {e.strerror}") from None
+        imports.append(parse(source, path, _importing + (here,)))
+    return Resolver(parser, imports).resolve()
 
 
 def parse_file(path: str) -> Library:

@@ -1,0 +1,153 @@
+// The base of every class of the library that fires Change: the object template of the
+// runtime (IUnknown, one IDispatch over every dispatch interface of the coclass, class
+// information, the connection points of its outgoing interfaces), plus the object's lock,
+// the has-changed flag and the change-event machinery with its configuration interface.
+// A class lists its own interfaces once:
+//
+//     class CLuxThing : public ccStdPersistAndChangeImpl<CLuxThing, ILuxThing> { ... };
+//
+// Raising a change (after a setter has stored its value, with the lock released):
+// while delivery is suspended the change merges into the pending one; otherwise it is
+// delivered with the areas left pending ORed in. Delivery copies the value and builds the
+// arguments only when a sink is connected, and calls the sinks outside the lock, so that a
+// sink may call back into the object.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "TessalyCore.h"
+#include "com/core/MethodGuard.h"
+#include "com/core/impl/ChangeEventState.h"
+#include "com/core/impl/ObjectLock.h"
+#include "platform/ComObject.h"
+
+namespace tessaly::core {
+
+// Thrown by the change configuration's refusals (resume without a suspend, a count that
+// cannot grow): e_Lux_ChangeEventError with a text.
+[[noreturn]] void ThrowChangeEventError(const char* why);
+
+template <class Derived, class... Interfaces>
+class ccStdPersistAndChangeImpl
+    : public ComObject<Derived, Interfaces..., ILuxChangeEventConfiguration_Disp, ILuxChangeEventConfiguration> {
+public:
+    // ILuxChangeEventConfiguration and its dispatch twin (one implementation serves both).
+    HRESULT SuspendEventDelivery() override {
+        return Guarded("SuspendEventDelivery", IID_ILuxChangeEventConfiguration, [&] {
+            ObjectLock::Guard guard(lock_);
+            if (!changes_.Suspend()) ThrowChangeEventError("the suspend count cannot grow any further");
+            return S_OK;
+        });
+    }
+
+    HRESULT ResumeAndFireEvent() override {
+        return Guarded("ResumeAndFireEvent", IID_ILuxChangeEventConfiguration, [&] {
+            bool deliver = false;
+            int32_t stateId = 0;
+            int32_t areas = 0;
+            VARIANT value;
+            VariantInit(&value);
+            ChangeEventState::Resume result;
+            {
+                ObjectLock::Guard guard(lock_);
+                result = changes_.ResumeDelivery(deliver, stateId, value, areas);
+            }
+            if (result == ChangeEventState::Resume::NotSuspended)
+                ThrowChangeEventError("event delivery is not suspended");
+            HRESULT hr = S_OK;
+            if (deliver) hr = Deliver(stateId, value, areas);
+            VariantClear(&value);
+            return hr;
+        });
+    }
+
+    HRESULT get_EventDeliverySuspended(LONG* nSuspendCount) override {
+        return Guarded("EventDeliverySuspended", IID_ILuxChangeEventConfiguration, [&] {
+            if (!nSuspendCount) return E_POINTER;
+            ObjectLock::Guard guard(lock_);
+            const uint32_t count = changes_.SuspendCount();
+            *nSuspendCount = count > INT32_MAX ? INT32_MAX : static_cast<LONG>(count);
+            return S_OK;
+        });
+    }
+
+    // Set whenever a property changes; persistence clears it.
+    bool HasChanged() const noexcept { return hasChanged_.load(std::memory_order_acquire); }
+    void SetHasChanged(bool changed) noexcept { hasChanged_.store(changed, std::memory_order_release); }
+
+    // The object's lock, for the class's methods: `ObjectLock::Guard guard(Lock());`.
+    ObjectLock& Lock() const noexcept { return lock_; }
+
+protected:
+    ccStdPersistAndChangeImpl() = default;
+
+    // Announces a change that a setter has stored. Call it with the lock released. Fails
+    // only when the value cannot be copied for the sinks.
+    HRESULT RaiseChange(int32_t stateId, const VARIANT& value, int32_t areas, bool markChanged = true) noexcept {
+        if (markChanged) SetHasChanged(true);
+        const VARIANT& passed = stateId == luxState_MoreThanOneStateIDChanged ? Empty() : value;
+        VARIANT copy;
+        VariantInit(&copy);
+        int32_t allAreas;
+        {
+            ObjectLock::Guard guard(lock_);
+            if (changes_.SuspendCount() != 0) {
+                changes_.Merge(stateId, passed, areas);
+                return S_OK;
+            }
+            allAreas = changes_.TakeAreas(areas);
+            if (!this->HasEventSinks()) return S_OK;
+            const HRESULT copied = VariantCopyInd(&copy, &passed);
+            if (FAILED(copied)) return copied;
+        }
+        FireChange(stateId, copy, allAreas);
+        VariantClear(&copy);
+        return S_OK;
+    }
+
+    HRESULT RaiseChange(int32_t stateId, int32_t areas, bool markChanged = true) noexcept {
+        return RaiseChange(stateId, Empty(), areas, markChanged);
+    }
+
+private:
+    static const VARIANT& Empty() noexcept {
+        static const VARIANT empty{};
+        return empty;
+    }
+
+    // Delivers a change taken from the pending state (on resume).
+    HRESULT Deliver(int32_t stateId, const VARIANT& value, int32_t areas) noexcept {
+        VARIANT copy;
+        VariantInit(&copy);
+        {
+            ObjectLock::Guard guard(lock_);
+            if (changes_.SuspendCount() != 0 || !this->HasEventSinks()) return S_OK;
+            const HRESULT copied = VariantCopyInd(&copy, &value);
+            if (FAILED(copied)) return copied;
+        }
+        FireChange(stateId, copy, areas);
+        VariantClear(&copy);
+        return S_OK;
+    }
+
+    // Calls Change on every sink, outside the lock. The arguments go last-first.
+    void FireChange(int32_t stateId, const VARIANT& value, int32_t areas) noexcept {
+        VARIANT args[3];
+        args[0] = VARIANT{};
+        args[0].vt = VT_I4;
+        args[0].lVal = areas;
+        args[1] = value;
+        args[2] = VARIANT{};
+        args[2].vt = VT_I4;
+        args[2].lVal = stateId;
+        DISPPARAMS params{args, nullptr, 3, 0};
+        this->FireEventToAll(luxChange_Change, params);
+    }
+
+    mutable ObjectLock lock_;
+    ChangeEventState changes_;
+    std::atomic<bool> hasChanged_{false};
+};
+
+}  // namespace tessaly::core
