@@ -9,6 +9,26 @@ namespace tessaly {
 
 EventSink::EventSink(Handler handler, const IID& source) : handler_(std::move(handler)), source_(source) {}
 
+EventSink::EventSink(DISPID event, ArgumentsHandler handler, const IID& source)
+    : event_(event), argumentsHandler_(std::move(handler)), source_(source) {}
+
+void EventSink::CallArgumentsHandler(const DISPPARAMS& params) const {
+    // Events have few arguments: they are put in order on the stack, not the heap.
+    constexpr UINT kInline = 8;
+    VARIANT inlineArgs[kInline];
+    std::vector<VARIANT> heapArgs;
+    VARIANT* args = inlineArgs;
+    if (params.cArgs > kInline) {
+        heapArgs.resize(params.cArgs);
+        args = heapArgs.data();
+    }
+    for (UINT i = 0; i < params.cArgs; ++i) {
+        const VARIANT& given = params.rgvarg[params.cArgs - 1 - i];
+        args[i] = given.vt == (VT_BYREF | VT_VARIANT) && given.pvarVal ? *given.pvarVal : given;
+    }
+    argumentsHandler_(std::span<const VARIANT>(args, params.cArgs));
+}
+
 void* EventSink::FindInterface(const IID& iid) noexcept {
     if (!(source_ == GUID_NULL) && iid == source_) return static_cast<IDispatch*>(this);
     return FindListed(iid);
@@ -37,6 +57,7 @@ HRESULT EventSink::Invoke(DISPID dispIdMember, REFIID, LCID, WORD, DISPPARAMS* p
     DISPPARAMS none{nullptr, nullptr, 0, 0};
     try {
         if (handler_) handler_(dispIdMember, pDispParams ? pDispParams : &none);
+        if (argumentsHandler_ && dispIdMember == event_) CallArgumentsHandler(pDispParams ? *pDispParams : none);
         return S_OK;
     } catch (...) {
         if (!pExcepInfo) return E_FAIL;
@@ -52,17 +73,7 @@ IDispatch* MakeEventSink(EventSink::Handler handler, const IID& source) {
 
 IDispatch* MakeEventSink(DISPID event, std::function<void(std::span<const VARIANT> args)> handler,
                          const IID& source) {
-    return MakeEventSink(
-        [event, handler = std::move(handler)](DISPID dispid, DISPPARAMS* params) {
-            if (dispid != event || !handler) return;
-            std::vector<VARIANT> args(params->cArgs);
-            for (UINT i = 0; i < params->cArgs; ++i) {
-                const VARIANT& given = params->rgvarg[params->cArgs - 1 - i];
-                args[i] = given.vt == (VT_BYREF | VT_VARIANT) && given.pvarVal ? *given.pvarVal : given;
-            }
-            handler(args);
-        },
-        source);
+    return EventSink::Create(event, std::move(handler), source);
 }
 
 HRESULT Advise(IUnknown* object, const IID& source, IUnknown* sink, DWORD* cookie) {

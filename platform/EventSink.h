@@ -21,10 +21,14 @@ namespace tessaly {
 class EventSink final : public UnknownObject<EventSink, IDispatch> {
 public:
     using Handler = std::function<void(DISPID dispid, DISPPARAMS* params)>;
+    // One event's arguments, in declared order, by-reference variants read through.
+    using ArgumentsHandler = std::function<void(std::span<const VARIANT> args)>;
 
     // `source`: the outgoing interface the sink also answers QueryInterface for (GUID_NULL
     // for none; connection points accept a plain IDispatch too).
     explicit EventSink(Handler handler, const IID& source = GUID_NULL);
+    // A sink for one event only; other events are ignored.
+    EventSink(DISPID event, ArgumentsHandler handler, const IID& source = GUID_NULL);
 
     void* FindInterface(const IID& iid) noexcept;
 
@@ -38,7 +42,11 @@ public:
 private:
     ~EventSink() override = default;
 
+    void CallArgumentsHandler(const DISPPARAMS& params) const;
+
     Handler handler_;
+    DISPID event_ = DISPID_UNKNOWN;
+    ArgumentsHandler argumentsHandler_;
     IID source_;
 };
 

@@ -8,6 +8,7 @@ packages=(
   python3
   clang libclang-rt-14-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
+  libboost-dev
 )
 
 missing=()

@@ -43,7 +43,7 @@ const char* Pattern(LONG id) {
 std::string ArgumentText(const VARIANT& argument, const char* name, const char* method, const IID& iid) {
     if (argument.vt == VT_ERROR && argument.scode == DISP_E_PARAMNOTFOUND) return {};
     Variant text;
-    const HRESULT hr = VariantChangeType(const_cast<VARIANT*>(&text.get()), &argument, 0, VT_BSTR);
+    const HRESULT hr = VariantChangeType(text.Out(), &argument, 0, VT_BSTR);
     if (FAILED(hr)) {
         const std::string names[] = {name};
         throw ccCOMError(hr, MessageTable::Text(ids_Core_NotText_1, names), method, iid);
@@ -81,22 +81,29 @@ LuxFontUsageConstants CheckUsage(LuxFontUsageConstants usage) {
     return usage;
 }
 
-// Sets one property of a late-bound object, passing on the object's own failure.
-void PutProperty(IDispatch* object, const char* name, VARIANT& value) {
-    constexpr const char* kMethod = "UpdateFont";
+constexpr const char* kUpdateFont = "UpdateFont";
+
+// The DISPID of a property of the Font object given to UpdateFont.
+DISPID FontProperty(IDispatch* font, const char* name) {
     LPOLESTR names[] = {const_cast<char*>(name)};
     DISPID dispid = DISPID_UNKNOWN;
-    HRESULT hr = object->GetIDsOfNames(GUID_NULL, names, 1, LOCALE_USER_DEFAULT, &dispid);
+    const HRESULT hr = font->GetIDsOfNames(GUID_NULL, names, 1, LOCALE_USER_DEFAULT, &dispid);
     if (FAILED(hr)) {
         const std::string inserts[] = {"Font", name};
-        throw ccCOMError(hr, MessageTable::Text(ids_Core_NoSuchProperty_2, inserts), kMethod, ILuxDictionary::iid);
+        throw ccCOMError(hr, MessageTable::Text(ids_Core_NoSuchProperty_2, inserts), kUpdateFont,
+                         ILuxDictionary::iid);
     }
+    return dispid;
+}
+
+// Sets one property of the Font object, passing on the object's own failure.
+void PutFontProperty(IDispatch* font, DISPID dispid, VARIANT& value) {
     DISPID putId = DISPID_PROPERTYPUT;
     DISPPARAMS params{&value, &putId, 1, 1};
     EXCEPINFO excep{};
     UINT argErr = 0;
-    hr = object->Invoke(dispid, GUID_NULL, LOCALE_USER_DEFAULT, DISPATCH_PROPERTYPUT, &params, nullptr, &excep,
-                        &argErr);
+    const HRESULT hr = font->Invoke(dispid, GUID_NULL, LOCALE_USER_DEFAULT, DISPATCH_PROPERTYPUT, &params, nullptr,
+                                    &excep, &argErr);
     if (hr == DISP_E_EXCEPTION) {
         if (excep.pfnDeferredFillIn) excep.pfnDeferredFillIn(&excep);
         const Bstr source = Bstr::Attach(excep.bstrSource);
@@ -104,9 +111,9 @@ void PutProperty(IDispatch* object, const char* name, VARIANT& value) {
         SysFreeString(excep.bstrHelpFile);
         const HRESULT code = excep.scode < 0 ? excep.scode : E_FAIL;
         throw ccCOMError(code, description.empty() ? MessageTable::ResultText(code) : description.str(),
-                         source.empty() ? std::string_view(kMethod) : source.view(), ILuxDictionary::iid);
+                         source.empty() ? std::string_view(kUpdateFont) : source.view(), ILuxDictionary::iid);
     }
-    if (FAILED(hr)) throw ccCOMError(hr, MessageTable::ResultText(hr), kMethod, ILuxDictionary::iid);
+    if (FAILED(hr)) throw ccCOMError(hr, MessageTable::ResultText(hr), kUpdateFont, ILuxDictionary::iid);
 }
 
 }  // namespace
@@ -230,8 +237,11 @@ HRESULT CLuxDictionary::UpdateFont(IDispatch* Font, LuxFontUsageConstants Usage)
         VariantInit(&charset);
         charset.vt = VT_I2;  // a font's Charset is a 16-bit integer
         charset.iVal = static_cast<int16_t>(table.charset);
-        PutProperty(Font, "Name", const_cast<VARIANT&>(name.get()));
-        PutProperty(Font, "Charset", charset);
+        // Both properties are found before either is set: a font that lacks one is left as it was.
+        const DISPID nameId = FontProperty(Font, "Name");
+        const DISPID charsetId = FontProperty(Font, "Charset");
+        PutFontProperty(Font, nameId, *name.ptr());
+        PutFontProperty(Font, charsetId, charset);
     });
 }
 

@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "TestPoint.h"
+#include "support/TestPoint.h"
 #include "platform/Bstr.h"
 #include "platform/ErrorInfo.h"
 #include "platform/EventSink.h"

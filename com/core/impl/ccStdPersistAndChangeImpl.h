@@ -98,11 +98,11 @@ protected:
             }
             allAreas = changes_.TakeAreas(areas);
             if (!this->HasEventSinks()) return S_OK;
-            const HRESULT copied = VariantCopyInd(&copy, &passed);
+            const HRESULT copied = CopyForSinks(passed, copy);
             if (FAILED(copied)) return copied;
         }
         FireChange(stateId, copy, allAreas);
-        VariantClear(&copy);
+        if (OwnsSomething(copy)) VariantClear(&copy);
         return S_OK;
     }
 
@@ -114,6 +114,19 @@ private:
     static const VARIANT& Empty() noexcept {
         static const VARIANT empty{};
         return empty;
+    }
+
+    // Numbers, booleans and dates own nothing: the common values of a change copy by value.
+    static bool OwnsSomething(const VARIANT& value) noexcept {
+        return value.vt == VT_BSTR || value.vt == VT_DISPATCH || value.vt == VT_UNKNOWN || (value.vt & VT_ARRAY) ||
+               (value.vt & VT_BYREF);
+    }
+    static HRESULT CopyForSinks(const VARIANT& value, VARIANT& copy) noexcept {
+        if (!OwnsSomething(value)) {
+            copy = value;
+            return S_OK;
+        }
+        return VariantCopyInd(&copy, &value);
     }
 
     // Delivers a change taken from the pending state (on resume).

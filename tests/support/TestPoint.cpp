@@ -1,4 +1,4 @@
-#include "TestPoint.h"
+#include "support/TestPoint.h"
 
 #include <cmath>
 
