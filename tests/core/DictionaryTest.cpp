@@ -19,6 +19,7 @@
 #include "platform/Module.h"
 #include "platform/UnknownObject.h"
 #include "platform/Variant.h"
+#include "support/RecordedError.h"
 
 namespace tessaly::test {
 
@@ -81,25 +82,6 @@ protected:
     ~FakeFont() override { VariantClear(&charset); }
 };
 
-struct Recorded {
-    bool present = false;
-    std::string description;
-    std::string source;
-};
-
-Recorded TakeErrorInfo() {
-    Recorded recorded;
-    IErrorInfo* info = nullptr;
-    if (GetErrorInfo(0, &info) != S_OK || !info) return recorded;
-    recorded.present = true;
-    Bstr description, source;
-    info->GetDescription(description.Out());
-    info->GetSource(source.Out());
-    info->Release();
-    recorded.description = description.str();
-    recorded.source = source.str();
-    return recorded;
-}
 
 VARIANT Missing() {
     VARIANT value;
@@ -203,7 +185,7 @@ TEST_F(DictionaryTest, GetStringLoadsTextsAndRefusesUnknownIds) {
     Bstr text;
     EXPECT_EQ(dict_->GetString(0x00012345, text.Out()), E_INVALIDARG);
     EXPECT_EQ(text.get(), nullptr) << "no text on failure";
-    const Recorded recorded = TakeErrorInfo();
+    const RecordedError recorded = TakeErrorInfo();
     EXPECT_EQ(recorded.description, "No message has the ID 0x00012345.");
     EXPECT_EQ(recorded.source, "GetString");
 
@@ -235,7 +217,7 @@ TEST_F(DictionaryTest, FormatStringConvertsArgumentsAndTreatsMissingOnesAsEmpty)
     null.vt = VT_NULL;
     EXPECT_EQ(dict_->FormatString(ids_LuxFormatter_NoProgID_1, name.get(), null, Missing(), text.Out()),
               DISP_E_TYPEMISMATCH);
-    const Recorded recorded = TakeErrorInfo();
+    const RecordedError recorded = TakeErrorInfo();
     EXPECT_EQ(recorded.description, "The argument Arg2 cannot be converted to text.");
     EXPECT_EQ(recorded.source, "FormatString");
 
@@ -350,7 +332,7 @@ TEST_F(DictionaryTest, LanguageIsProcessWideAndRefusedWithoutATable) {
               S_OK);
 
     EXPECT_EQ(dict_->put_LanguageID(0x0407), E_INVALIDARG);
-    const Recorded refusal = TakeErrorInfo();
+    const RecordedError refusal = TakeErrorInfo();
     EXPECT_EQ(refusal.description, "No message table exists for the language ID 0x00000407.");
     EXPECT_EQ(refusal.source, "LanguageID");
     LONG language = 0;
@@ -407,7 +389,7 @@ TEST_F(DictionaryTest, UpdateFontSetsNameAndCharsetThroughDispatch) {
     font->hasCharset = false;
     font->puts.clear();
     EXPECT_EQ(dict_->UpdateFont(font, luxFontUsageNonProportional), DISP_E_UNKNOWNNAME);
-    Recorded recorded = TakeErrorInfo();
+    RecordedError recorded = TakeErrorInfo();
     EXPECT_EQ(recorded.description, "The Font object has no property Charset.");
     EXPECT_EQ(recorded.source, "UpdateFont");
     EXPECT_TRUE(font->puts.empty());
@@ -433,7 +415,7 @@ TEST_F(DictionaryTest, UpdateFontSetsNameAndCharsetThroughDispatch) {
 
 TEST_F(DictionaryTest, InitChecksTheFolderAndHelpFileLivesThere) {
     EXPECT_EQ(dict_->Init(Bstr("/no/such/folder").get(), Bstr("Guide").get()), e_BADPATH);
-    Recorded recorded = TakeErrorInfo();
+    RecordedError recorded = TakeErrorInfo();
     EXPECT_EQ(recorded.description, "The path /no/such/folder does not exist.");
     EXPECT_EQ(recorded.source, "Init");
     EXPECT_EQ(dict_->Init(nullptr, nullptr), E_INVALIDARG);

@@ -16,6 +16,7 @@
 #include "platform/Bstr.h"
 #include "platform/ErrorInfo.h"
 #include "platform/Module.h"
+#include "support/RecordedError.h"
 #include "xnl/std/except/ccStdError.h"
 
 namespace tessaly::test {
@@ -69,28 +70,6 @@ const core::ExceptionRow kLateRows[] = {
 };
 const core::ExceptionTableRegistrar lateRows(kLateRows);
 
-// The thread's error info, taken out of the slot.
-struct Recorded {
-    bool present = false;
-    std::string description;
-    std::string source;
-    GUID iid = GUID_NULL;
-};
-
-Recorded TakeErrorInfo() {
-    Recorded recorded;
-    IErrorInfo* info = nullptr;
-    if (GetErrorInfo(0, &info) != S_OK || !info) return recorded;
-    recorded.present = true;
-    Bstr description, source;
-    info->GetDescription(description.Out());
-    info->GetSource(source.Out());
-    info->GetGUID(&recorded.iid);
-    info->Release();
-    recorded.description = description.str();
-    recorded.source = source.str();
-    return recorded;
-}
 
 // The error object in the slot, with a reference, leaving the slot as it was.
 IErrorInfo* PeekErrorInfo() {
@@ -118,7 +97,7 @@ protected:
     // The call failed with `expected` and recorded `description` for method "Throwing".
     static void Expect(HRESULT got, HRESULT expected, const char* description) {
         EXPECT_EQ(got, expected) << description;
-        const Recorded recorded = TakeErrorInfo();
+        const RecordedError recorded = TakeErrorInfo();
         ASSERT_TRUE(recorded.present) << description;
         EXPECT_EQ(recorded.description, description);
         EXPECT_EQ(recorded.source, "Throwing");
@@ -186,7 +165,7 @@ TEST_F(GuardTest, ModuleRowsComeBeforeDefaultRows) {
 
 TEST_F(GuardTest, UnknownCodeIsFailWithTheDetailedMessage) {
     EXPECT_EQ(Throwing(ccGuardTest::Unmapped("reading block 7")), E_FAIL);
-    const Recorded recorded = TakeErrorInfo();
+    const RecordedError recorded = TakeErrorInfo();
     EXPECT_EQ(recorded.description, "ccGuardTest::Unmapped: reading block 7");
     EXPECT_EQ(recorded.source, "Throwing");
 }
@@ -258,7 +237,7 @@ TEST_F(GuardTest, FailedCallsIntoOtherObjectsPassThroughUnchanged) {
     EXPECT_EQ(passed, calleeInfo) << "the callee's error object itself";
     if (passed) passed->Release();
     calleeInfo->Release();
-    Recorded recorded = TakeErrorInfo();
+    RecordedError recorded = TakeErrorInfo();
     EXPECT_EQ(recorded.description, "The value does not fit.");
     EXPECT_EQ(recorded.source, "Callee");
     EXPECT_EQ(recorded.iid, kCalleeIid);
@@ -293,7 +272,7 @@ TEST_F(GuardTest, ForeignExceptionsNeverEscape) {
     EXPECT_FALSE(TakeErrorInfo().present) << "out of memory leaves no description, and no stale one";
 
     EXPECT_EQ(Guarded("Parse", kTestIid, []() -> HRESULT { throw std::runtime_error("disk on fire"); }), E_FAIL);
-    Recorded recorded = TakeErrorInfo();
+    RecordedError recorded = TakeErrorInfo();
     EXPECT_EQ(recorded.description, "disk on fire");
     EXPECT_EQ(recorded.source, "Parse");
 
@@ -304,7 +283,7 @@ TEST_F(GuardTest, ForeignExceptionsNeverEscape) {
 TEST_F(GuardTest, ReturnedFailuresGetATextUnlessAlreadyDescribed) {
     EXPECT_EQ(Guarded("Remove", kTestIid, [] { return e_LuxCollection_InvalidIndex; }),
               e_LuxCollection_InvalidIndex);
-    Recorded recorded = TakeErrorInfo();
+    RecordedError recorded = TakeErrorInfo();
     EXPECT_EQ(recorded.description, "The collection index is out of range.");
     EXPECT_EQ(recorded.source, "Remove");
     EXPECT_EQ(recorded.iid, kTestIid);

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/RecordedError.h"
 #include "support/TestPoint.h"
 #include "platform/Bstr.h"
 #include "platform/ErrorInfo.h"
@@ -150,11 +151,7 @@ TEST_F(ObjectBaseTest, NestedSuspensionsFireOnTheLastResumeOnly) {
     EXPECT_EQ(Config()->ResumeAndFireEvent(), static_cast<HRESULT>(e_Lux_ChangeEventError));
     EXPECT_EQ(Suspended(), 0);
     EXPECT_EQ(seen_.size(), 1u);
-    ComPtr<IErrorInfo> info;
-    ASSERT_EQ(GetErrorInfo(0, info.Out()), S_OK);
-    Bstr source;
-    info->GetSource(source.Out());
-    EXPECT_EQ(source, "ResumeAndFireEvent");
+    EXPECT_EQ(TakeErrorInfo().source, "ResumeAndFireEvent");
 }
 
 TEST_F(ObjectBaseTest, AreasLeftPendingTravelWithTheNextDeliveredEvent) {
@@ -208,17 +205,10 @@ TEST_F(ObjectBaseTest, ARefusedSetterChangesNothingAndAnnouncesNothing) {
     EXPECT_EQ(x, 3);
     EXPECT_TRUE(seen_.empty());
     EXPECT_FALSE(point_->HasChanged());
-    ComPtr<IErrorInfo> info;
-    ASSERT_EQ(GetErrorInfo(0, info.Out()), S_OK);
-    Bstr source;
-    Bstr description;
-    GUID iid{};
-    info->GetSource(source.Out());
-    info->GetDescription(description.Out());
-    info->GetGUID(&iid);
-    EXPECT_EQ(source, "X");
-    EXPECT_EQ(iid, IID_ITestPoint);
-    EXPECT_NE(description.view().find("X"), std::string_view::npos) << description.view();
+    const RecordedError error = TakeErrorInfo();
+    EXPECT_EQ(error.source, "X");
+    EXPECT_EQ(error.iid, IID_ITestPoint);
+    EXPECT_NE(error.description.find("X"), std::string::npos) << error.description;
 
     EXPECT_EQ(point_->get_X(nullptr), E_POINTER);
     EXPECT_EQ(point_->get_Tag(nullptr), E_POINTER);
@@ -297,11 +287,8 @@ TEST_F(ObjectBaseTest, CreateObjectMakesClassesByName) {
     ClearErrorInfo();
     EXPECT_EQ(point_->CreateObject(Bstr("Tessaly.NoSuchThing").get(), made.Out()), REGDB_E_CLASSNOTREG);
     EXPECT_FALSE(made);
-    ComPtr<IErrorInfo> info;
-    ASSERT_EQ(GetErrorInfo(0, info.Out()), S_OK);
-    Bstr description;
-    info->GetDescription(description.Out());
-    EXPECT_NE(description.view().find("Tessaly.NoSuchThing"), std::string_view::npos) << description.view();
+    const std::string description = TakeErrorInfo().description;
+    EXPECT_NE(description.find("Tessaly.NoSuchThing"), std::string::npos) << description;
     EXPECT_EQ(point_->CreateObject(Bstr("{not a guid}").get(), made.Out()), CO_E_CLASSSTRING);
 
     Bstr name;

@@ -1,0 +1,558 @@
+// Everything the two collections share: an ordered list of entries (an optional key and an
+// item), addressed by 0-based index or by key, with the collection events around every
+// change. A collection class supplies only its item type through `Items`:
+//
+//     struct Items {
+//         using Stored = ...;   // what an entry holds (Variant, Bstr); nothrow movable
+//         using In = ...;       // the item parameter of Add, Item put and FindItem
+//         using Out = ...;      // the item result of Item get
+//         static Stored Take(const In& item);     // the value to store, references resolved
+//         static Stored Clone(Stored shallow);    // the deep copy that Clone keeps
+//         static void InitOut(Out* out);          // an out parameter made empty
+//         class Finder;                           // Finder(const In&), bool operator()(const Stored&)
+//     };
+//     class CLuxThings : public ccCollectionImpl<CLuxThings, ILuxThings, ThingItems> { ... };
+//
+// Keys: the empty key means "no key" (any number of entries may have none); keys compare
+// case-insensitively (ASCII); a non-empty key is unique. A hash index from the folded key
+// to the entry's index makes FindKey and access by key O(1) on average; the index is kept
+// in step on every insertion, removal, move and key change.
+//
+// A change runs in this order: read and copy the arguments; when sinks are connected,
+// validate under the lock and send the pre-event (the negated event ID) outside it, which
+// a sink may refuse; validate again under the lock (the collection may have changed in
+// between on another thread) and make the change; send the post-event outside the lock;
+// raise Change(-1, empty, luxFA_Misc). A refusal throws before anything changes. Values
+// that leave the collection are released after the lock, since releasing an object may
+// run its code.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "TessalyCore.h"
+#include "com/core/CLuxEnumVariant.h"
+#include "com/core/CollectionErrors.h"
+#include "com/core/EventDeliveryService.h"
+#include "com/core/impl/ILuxObjectImplBase.h"
+#include "platform/Bstr.h"
+#include "platform/Variant.h"
+
+namespace tessaly::core {
+
+namespace collection {
+
+// A KeyOrIndex argument as every member reads it: copied with its reference resolved; a
+// string is a key; VT_EMPTY, VT_NULL and VT_ERROR are refused; anything else converts to a
+// 4-byte integer (1.5 -> 2, ties to even) and is an index. Refusals throw InvalidKey.
+struct KeyOrIndex {
+    bool isKey = false;
+    Bstr key;
+    int32_t index = 0;
+};
+KeyOrIndex ReadKeyOrIndex(const VARIANT& argument);
+
+// Keys compare and hash with ASCII letters folded to lower case.
+struct KeyHash {
+    size_t operator()(std::string_view key) const noexcept;
+};
+struct KeyEqual {
+    bool operator()(std::string_view a, std::string_view b) const noexcept;
+};
+
+// Items as the VARIANTs an enumerator hands out.
+Variant AsVariant(const Variant& item);
+Variant AsVariant(const Bstr& item);
+
+// The arguments of one collection event, owned, appended in declared order; Deliver takes
+// them last first.
+class EventArgs {
+public:
+    EventArgs() noexcept = default;
+    ~EventArgs() { Reset(); }
+    EventArgs(const EventArgs&) = delete;
+    EventArgs& operator=(const EventArgs&) = delete;
+
+    void Reset() noexcept;
+    void AddIndex(int32_t index) noexcept;
+    void AddValue(const Variant& value);  // a copy
+    void AddValue(Variant&& value) noexcept;
+    void AddValue(const Bstr& text);  // as VT_BSTR, a copy
+    void AddValue(Bstr&& text) noexcept;
+    // Changes an index argument (position in declared order).
+    void SetIndex(UINT position, int32_t index) noexcept;
+
+    UINT Count() const noexcept { return count_; }
+    VARIANT* LastFirst() noexcept;
+
+private:
+    static constexpr UINT kMax = 3;
+    VARIANT& Next() noexcept;
+
+    VARIANT values_[kMax]{};    // declared order; owned
+    VARIANT reversed_[kMax]{};  // the same values lent in Invoke's order
+    UINT count_ = 0;
+};
+
+}  // namespace collection
+
+template <class Derived, class Interface, class Items>
+class ccCollectionImpl : public ILuxObjectImplBase<Derived, Interface> {
+    using Stored = typename Items::Stored;
+    using In = typename Items::In;
+    using Out = typename Items::Out;
+    using KeyOrIndex = collection::KeyOrIndex;
+    using EventArgs = collection::EventArgs;
+
+public:
+    // Clone: keys copied, items deep-copied (Items::Clone) outside every lock.
+    void CopyFrom(const Derived& source) {
+        std::vector<Entry> copied;
+        {
+            ObjectLock::Guard guard(source.Lock());
+            copied = static_cast<const ccCollectionImpl&>(source).entries_;
+        }
+        for (Entry& entry : copied) entry.item = Items::Clone(std::move(entry.item));
+        Keys keys;
+        keys.reserve(copied.size());
+        for (size_t i = 0; i < copied.size(); ++i)
+            if (!copied[i].key.empty()) keys.emplace(copied[i].key.view(), static_cast<int32_t>(i));
+        ObjectLock::Guard guard(this->Lock());
+        std::swap(entries_, copied);
+        std::swap(keys_, keys);
+    }
+
+    HRESULT get__NewEnum(IUnknown** Enumerator) override {
+        return Guarded("_NewEnum", Interface::iid, [&] {
+            if (!Enumerator) return E_POINTER;
+            *Enumerator = nullptr;
+            CLuxEnumVariant::Items snapshot;
+            {
+                ObjectLock::Guard guard(this->Lock());
+                snapshot.reserve(entries_.size());
+                for (const Entry& entry : entries_) snapshot.push_back(collection::AsVariant(entry.item));
+            }
+            IEnumVARIANT* enumerator = CLuxEnumVariant::New(std::move(snapshot));
+            if (!enumerator) throw std::bad_alloc();
+            *Enumerator = enumerator;
+            return S_OK;
+        });
+    }
+
+    HRESULT get_Count(LONG* Count) override {
+        return Guarded("Count", Interface::iid, [&] {
+            if (!Count) return E_POINTER;
+            ObjectLock::Guard guard(this->Lock());
+            *Count = CountLocked();
+            return S_OK;
+        });
+    }
+
+    HRESULT get_Item(VARIANT KeyOrIndex, Out* Item) override {
+        return Guarded("Item", Interface::iid, [&] {
+            if (!Item) return E_POINTER;
+            Items::InitOut(Item);
+            const auto wanted = collection::ReadKeyOrIndex(KeyOrIndex);
+            Stored copy;
+            {
+                ObjectLock::Guard guard(this->Lock());
+                copy = entries_[LocateLocked(wanted, Missing::InvalidKey)].item;
+            }
+            *Item = copy.Detach();
+            return S_OK;
+        });
+    }
+
+    HRESULT put_Item(VARIANT KeyOrIndex, In Item) override { return PutItem("Item", KeyOrIndex, Item); }
+
+    HRESULT FindItem(In Item, LONG* Index) override {
+        return Guarded("FindItem", Interface::iid, [&] {
+            if (!Index) return E_POINTER;
+            *Index = luxNoIndex;
+            const typename Items::Finder matches(Item);
+            ObjectLock::Guard guard(this->Lock());
+            for (size_t i = 0; i < entries_.size(); ++i) {
+                if (matches(entries_[i].item)) {
+                    *Index = static_cast<LONG>(i);
+                    break;
+                }
+            }
+            return S_OK;
+        });
+    }
+
+    HRESULT get_Key(LONG Index, BSTR* Key) override {
+        return Guarded("Key", Interface::iid, [&] {
+            if (!Key) return E_POINTER;
+            *Key = nullptr;
+            Bstr copy;
+            {
+                ObjectLock::Guard guard(this->Lock());
+                CheckIndexLocked(Index);
+                copy = entries_[Index].key;
+            }
+            *Key = copy.Detach();
+            return S_OK;
+        });
+    }
+
+    HRESULT put_Key(LONG Index, BSTR Key) override {
+        return Guarded("Key", Interface::iid, [&]() -> HRESULT {
+            Bstr key(BstrView(Key));
+            const Listeners listeners = ListenersNow();
+            EventArgs args;
+            if (listeners.Active()) {
+                {
+                    ObjectLock::Guard guard(this->Lock());
+                    if (!CheckKeyChangeLocked(Index, key.view())) return S_OK;
+                    args.AddIndex(Index);
+                    args.AddValue(entries_[Index].key);
+                    args.AddValue(key);
+                }
+                const HRESULT refused = listeners.Fire(-luxCollection_KeyChanged, args);
+                if (FAILED(refused)) return refused;
+            }
+            {
+                ObjectLock::Guard guard(this->Lock());
+                if (!CheckKeyChangeLocked(Index, key.view())) return S_OK;
+                if (listeners.Active()) {
+                    args.Reset();
+                    args.AddIndex(Index);
+                    args.AddValue(entries_[Index].key);
+                    args.AddValue(key);
+                }
+                ChangeKeyLocked(Index, std::move(key));
+            }
+            return Changed(listeners, luxCollection_KeyChanged, args);
+        });
+    }
+
+    HRESULT FindKey(BSTR Key, LONG* Index) override {
+        return Guarded("FindKey", Interface::iid, [&] {
+            if (!Index) return E_POINTER;
+            ObjectLock::Guard guard(this->Lock());
+            *Index = FindKeyLocked(BstrView(Key));
+            return S_OK;
+        });
+    }
+
+    HRESULT Remove(VARIANT KeyOrIndex) override {
+        return Guarded("Remove", Interface::iid, [&]() -> HRESULT {
+            const auto wanted = collection::ReadKeyOrIndex(KeyOrIndex);
+            const Listeners listeners = ListenersNow();
+            EventArgs args;
+            if (listeners.Active()) {
+                {
+                    ObjectLock::Guard guard(this->Lock());
+                    const int32_t at = LocateLocked(wanted, Missing::KeyNotFound);
+                    args.AddIndex(at);
+                    args.AddValue(entries_[at].item);
+                }
+                const HRESULT refused = listeners.Fire(-luxCollection_ItemRemoved, args);
+                if (FAILED(refused)) return refused;
+            }
+            int32_t at;
+            Entry removed;
+            {
+                ObjectLock::Guard guard(this->Lock());
+                at = LocateLocked(wanted, Missing::KeyNotFound);
+                removed = RemoveLocked(at);
+            }
+            if (listeners.Active()) {
+                args.Reset();
+                args.AddIndex(at);
+                args.AddValue(std::move(removed.item));
+            }
+            return Changed(listeners, luxCollection_ItemRemoved, args);
+        });
+    }
+
+    HRESULT Move(LONG FromIndex, LONG ToIndex) override {
+        return Guarded("Move", Interface::iid, [&]() -> HRESULT {
+            const Listeners listeners = ListenersNow();
+            EventArgs args;
+            {
+                ObjectLock::Guard guard(this->Lock());
+                CheckIndexLocked(FromIndex);
+                CheckIndexLocked(ToIndex);
+            }
+            if (FromIndex == ToIndex) return S_OK;
+            if (listeners.Active()) {
+                args.AddIndex(FromIndex);
+                args.AddIndex(ToIndex);
+                const HRESULT refused = listeners.Fire(-luxCollection_ItemMoved, args);
+                if (FAILED(refused)) return refused;
+            }
+            {
+                ObjectLock::Guard guard(this->Lock());
+                CheckIndexLocked(FromIndex);
+                CheckIndexLocked(ToIndex);
+                MoveLocked(FromIndex, ToIndex);
+            }
+            return Changed(listeners, luxCollection_ItemMoved, args);
+        });
+    }
+
+    HRESULT Clear() override {
+        return Guarded("Clear", Interface::iid, [&]() -> HRESULT {
+            const Listeners listeners = ListenersNow();
+            EventArgs args;
+            {
+                ObjectLock::Guard guard(this->Lock());
+                if (entries_.empty()) return S_OK;
+            }
+            if (listeners.Active()) {
+                const HRESULT refused = listeners.Fire(-luxCollection_Cleared, args);
+                if (FAILED(refused)) return refused;
+            }
+            // Released after the lock, the index first (it points into the keys).
+            std::vector<Entry> removed;
+            Keys keys;
+            {
+                ObjectLock::Guard guard(this->Lock());
+                if (entries_.empty()) return S_OK;  // emptied meanwhile: nothing left to announce
+                std::swap(keys, keys_);
+                std::swap(removed, entries_);
+            }
+            keys.clear();
+            return Changed(listeners, luxCollection_Cleared, args);
+        });
+    }
+
+    HRESULT Add(In Item, BSTR Key, LONG Index) override {
+        return Guarded("Add", Interface::iid, [&] {
+            return Insert(ListenersNow(), Bstr(BstrView(Key)), Items::Take(Item), Index);
+        });
+    }
+
+protected:
+    ccCollectionImpl() = default;
+    ~ccCollectionImpl() override = default;
+
+    // Item put and putref: an index replaces the item there; a key that an entry has
+    // replaces that entry's item; a key no entry has appends the value under it, announced
+    // as an addition.
+    HRESULT PutItem(const char* method, const VARIANT& keyOrIndex, const In& item) {
+        return Guarded(method, Interface::iid, [&]() -> HRESULT {
+            auto wanted = collection::ReadKeyOrIndex(keyOrIndex);
+            if (wanted.isKey && wanted.key.empty())
+                throw CollectionErrors::InvalidKey("the empty key names no item and cannot be given to a new one");
+            Stored value = Items::Take(item);
+            const Listeners listeners = ListenersNow();
+            EventArgs args;
+            for (;;) {
+                int32_t planned = luxNoIndex;  // luxNoIndex: an addition under the key
+                if (listeners.Active()) {
+                    {
+                        ObjectLock::Guard guard(this->Lock());
+                        planned = PlaceReplacementLocked(wanted);
+                        args.Reset();
+                        if (planned == luxNoIndex) {
+                            args.AddIndex(CountLocked());
+                            args.AddValue(value);
+                        } else {
+                            args.AddIndex(planned);
+                            args.AddValue(entries_[planned].item);
+                            args.AddValue(value);
+                        }
+                    }
+                    const HRESULT refused = listeners.Fire(
+                        planned == luxNoIndex ? -luxCollection_ItemAdded : -luxCollection_ItemReplaced, args);
+                    if (FAILED(refused)) return refused;
+                }
+                int32_t at;
+                bool added;
+                {
+                    ObjectLock::Guard guard(this->Lock());
+                    at = PlaceReplacementLocked(wanted);
+                    // The key appeared or vanished since the pre-event: announce what will
+                    // really happen.
+                    if (listeners.Active() && (at == luxNoIndex) != (planned == luxNoIndex)) continue;
+                    added = at == luxNoIndex;
+                    if (added) {
+                        at = CountLocked();
+                        InsertLocked(at, std::move(wanted.key), std::move(value));
+                    } else {
+                        if (listeners.Active()) {
+                            args.Reset();
+                            args.AddIndex(at);
+                            args.AddValue(entries_[at].item);
+                            args.AddValue(value);
+                        }
+                        std::swap(entries_[at].item, value);  // `value` now holds the old item
+                    }
+                }
+                if (added) {
+                    if (listeners.Active()) args.SetIndex(0, at);
+                    return Changed(listeners, luxCollection_ItemAdded, args);
+                }
+                return Changed(listeners, luxCollection_ItemReplaced, args);
+            }
+        });
+    }
+
+private:
+    struct Entry {
+        Bstr key;
+        Stored item;
+    };
+    using Keys = std::unordered_map<std::string_view, int32_t, collection::KeyHash, collection::KeyEqual>;
+    enum class Missing { InvalidKey, KeyNotFound };
+
+    // The sinks of the collection events at the start of a call: the pre- and post-event of
+    // one change go to the same sinks.
+    struct Listeners {
+        std::shared_ptr<const ConnectionPoint::SinkList> sinks;
+        bool Active() const noexcept { return sinks && !sinks->connections.empty(); }
+        HRESULT Fire(DISPID event, EventArgs& args) const noexcept {
+            return EventDeliveryService::Instance().Deliver(sinks.get(), DIID_ILuxCollectionEvents, event,
+                                                             args.Count(), args.LastFirst());
+        }
+    };
+    Listeners ListenersNow() const noexcept {
+        if (!this->HasEventSinks()) return {};
+        return {this->EventSinks(DIID_ILuxCollectionEvents)};
+    }
+
+    // After a change: the post-event, then Change. A failed post-event is the call's result.
+    HRESULT Changed(const Listeners& listeners, DISPID event, EventArgs& args) {
+        const HRESULT posted = listeners.Active() ? listeners.Fire(event, args) : S_OK;
+        const HRESULT raised = this->RaiseChange(luxState_MoreThanOneStateIDChanged, luxFA_Misc);
+        return FAILED(posted) ? posted : raised;
+    }
+    // Adds an entry (Add, and Item put by an unknown key).
+    HRESULT Insert(const Listeners& listeners, Bstr key, Stored item, int32_t requested) {
+        EventArgs args;
+        if (listeners.Active()) {
+            {
+                ObjectLock::Guard guard(this->Lock());
+                args.AddIndex(PlaceInsertionLocked(key.view(), requested));
+            }
+            args.AddValue(item);
+            const HRESULT refused = listeners.Fire(-luxCollection_ItemAdded, args);
+            if (FAILED(refused)) return refused;
+        }
+        int32_t at;
+        {
+            ObjectLock::Guard guard(this->Lock());
+            at = PlaceInsertionLocked(key.view(), requested);
+            InsertLocked(at, std::move(key), std::move(item));
+        }
+        if (listeners.Active()) args.SetIndex(0, at);
+        return Changed(listeners, luxCollection_ItemAdded, args);
+    }
+
+    // --- the entries and the key index; every function below runs under the lock ---
+
+    int32_t CountLocked() const noexcept { return static_cast<int32_t>(entries_.size()); }
+
+    int32_t FindKeyLocked(std::string_view key) const noexcept {
+        if (key.empty()) return luxNoIndex;
+        const auto found = keys_.find(key);
+        return found == keys_.end() ? luxNoIndex : found->second;
+    }
+
+    void CheckIndexLocked(int32_t index) const {
+        if (index < 0 || index >= CountLocked()) CollectionErrors::ThrowInvalidIndex(index, CountLocked());
+    }
+
+    // The entry a KeyOrIndex names; a key no entry has is refused as `missing` says.
+    int32_t LocateLocked(const KeyOrIndex& wanted, Missing missing) const {
+        if (!wanted.isKey) {
+            CheckIndexLocked(wanted.index);
+            return wanted.index;
+        }
+        const int32_t at = FindKeyLocked(wanted.key.view());
+        if (at == luxNoIndex) {
+            if (missing == Missing::InvalidKey) CollectionErrors::ThrowUnknownKey(wanted.key.view());
+            CollectionErrors::ThrowKeyNotFound(wanted.key.view());
+        }
+        return at;
+    }
+
+    // Where Item put lands: the entry to replace, or luxNoIndex to add under the key.
+    int32_t PlaceReplacementLocked(const KeyOrIndex& wanted) const {
+        if (wanted.isKey) return FindKeyLocked(wanted.key.view());
+        CheckIndexLocked(wanted.index);
+        return wanted.index;
+    }
+
+    // Where Add inserts: -1 appends, 0..Count inserts before that entry.
+    int32_t PlaceInsertionLocked(std::string_view key, int32_t requested) const {
+        if (FindKeyLocked(key) != luxNoIndex) CollectionErrors::ThrowDuplicateKey(key);
+        const int32_t count = CountLocked();
+        if (requested == luxNoIndex) return count;
+        if (requested < 0 || requested > count) CollectionErrors::ThrowInvalidIndex(requested, count, true);
+        return requested;
+    }
+
+    // False when the entry has exactly this key already (nothing to do).
+    bool CheckKeyChangeLocked(int32_t index, std::string_view key) const {
+        CheckIndexLocked(index);
+        const int32_t holder = FindKeyLocked(key);
+        if (holder != luxNoIndex && holder != index) CollectionErrors::ThrowDuplicateKey(key);
+        return entries_[index].key.view() != key;
+    }
+
+    void InsertLocked(int32_t at, Bstr key, Stored item) {
+        if (entries_.size() >= static_cast<size_t>(INT32_MAX)) throw std::bad_alloc();
+        // Everything that may fail comes first; the vector then only moves entries.
+        if (entries_.size() == entries_.capacity()) entries_.reserve(std::max<size_t>(8, entries_.size() * 2));
+        if (!key.empty()) keys_.emplace(key.view(), at);
+        entries_.insert(entries_.begin() + at, Entry{std::move(key), std::move(item)});
+        RenumberLocked(at + 1, CountLocked());
+    }
+
+    Entry RemoveLocked(int32_t at) {
+        Entry removed = std::move(entries_[at]);
+        if (!removed.key.empty()) keys_.erase(removed.key.view());
+        entries_.erase(entries_.begin() + at);
+        RenumberLocked(at, CountLocked());
+        return removed;
+    }
+
+    void MoveLocked(int32_t from, int32_t to) {
+        const auto first = entries_.begin();
+        if (from < to)
+            std::rotate(first + from, first + from + 1, first + to + 1);
+        else
+            std::rotate(first + to, first + from, first + from + 1);
+        RenumberLocked(std::min(from, to), std::max(from, to) + 1);
+    }
+
+    // Gives entry `index` a new key (validated) and returns the old one.
+    Bstr ChangeKeyLocked(int32_t index, Bstr key) {
+        Entry& entry = entries_[index];
+        if (!entry.key.empty()) {
+            // Re-keying the index node allocates nothing, so this cannot fail half-way.
+            auto node = keys_.extract(entry.key.view());
+            if (!key.empty()) {
+                node.key() = key.view();
+                keys_.insert(std::move(node));
+            }
+        } else if (!key.empty()) {
+            keys_.emplace(key.view(), index);
+        }
+        std::swap(entry.key, key);
+        return key;
+    }
+
+    // Entries in [from, to) moved: their keys learn their new indices.
+    void RenumberLocked(int32_t from, int32_t to) noexcept {
+        for (int32_t i = from; i < to; ++i) {
+            const Bstr& key = entries_[i].key;
+            if (!key.empty()) keys_.find(key.view())->second = i;
+        }
+    }
+
+    std::vector<Entry> entries_;
+    Keys keys_;  // folded key -> index; the views point into the entries' own keys
+};
+
+}  // namespace tessaly::core
