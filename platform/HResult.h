@@ -12,6 +12,7 @@ using DWORD = uint32_t;
 using WORD = uint16_t;
 using BYTE = uint8_t;
 using UINT = uint32_t;
+using BOOL = int32_t;  // a C-style truth value: 0 is false
 using USHORT = uint16_t;
 using SHORT = int16_t;
 using LONGLONG = int64_t;

@@ -155,6 +155,20 @@ struct IStream : ISequentialStream {
     virtual HRESULT Clone(IStream** ppstm) = 0;
 };
 
+struct IPersist : IUnknown {
+    static constexpr IID iid = tessaly::MakeGuid("0000010C-0000-0000-C000-000000000046");
+    virtual HRESULT GetClassID(CLSID* pClassID) = 0;
+};
+
+// An object that saves itself as a block of bytes; formatters embed the block.
+struct IPersistStream : IPersist {
+    static constexpr IID iid = tessaly::MakeGuid("00000109-0000-0000-C000-000000000046");
+    virtual HRESULT IsDirty() = 0;  // S_OK when changed since the last save, S_FALSE when not
+    virtual HRESULT Load(IStream* pStm) = 0;
+    virtual HRESULT Save(IStream* pStm, BOOL fClearDirty) = 0;
+    virtual HRESULT GetSizeMax(ULONGLONG* pcbSize) = 0;
+};
+
 struct IErrorInfo : IUnknown {
     static constexpr IID iid = tessaly::MakeGuid("1CF2B120-547D-101B-8E65-08002B2BD119");
     virtual HRESULT GetGUID(GUID* pGUID) = 0;

@@ -25,6 +25,8 @@ struct LuxCollectionItems {
 
     static Variant Take(const VARIANT& item);
     static Variant Clone(Variant item);
+    static VARIANT Lend(const Variant& item) noexcept { return item.get(); }
+    static Variant FromArchive(Variant value, const std::string&) noexcept { return value; }
     static void InitOut(VARIANT* out) noexcept { VariantInit(out); }
 
     // FindItem's equality, prepared once per call.

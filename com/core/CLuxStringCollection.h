@@ -3,6 +3,7 @@
 // as VT_BSTR values; FindItem compares the text exactly (case-sensitively, byte for byte).
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "com/core/impl/ccCollectionImpl.h"
@@ -17,6 +18,14 @@ struct LuxStringCollectionItems {
     static Bstr Take(BSTR item) { return Bstr(BstrView(item)); }
     static Bstr Clone(Bstr item) noexcept { return item; }
     static void InitOut(BSTR* out) noexcept { *out = nullptr; }
+    static VARIANT Lend(const Bstr& item) noexcept {
+        VARIANT lent{};
+        lent.vt = VT_BSTR;
+        lent.bstrVal = item.get();
+        return lent;
+    }
+    // A loaded item that is not text is converted to it, as Item put would.
+    static Bstr FromArchive(Variant value, const std::string& name);
 
     class Finder {
     public:

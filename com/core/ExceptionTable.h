@@ -29,6 +29,9 @@ inline constexpr uint32_t kTextAppend = 4;    // the exception's message appende
 inline constexpr uint32_t kTextDetailed = 8;  // ... in its detailed form (with the details)
 // Any other bit alone: the exception's message is the whole description (use kTextOwn).
 inline constexpr uint32_t kTextOwn = 1;
+// The HRESULT is the message ID the exception was thrown with (a family whose every message
+// ID is also its failure code); the row's result stands when the exception names none.
+inline constexpr uint32_t kResultFromMessage = 16;
 
 // Which rows a method's failures are looked up in first: classes of a subsystem that maps
 // some exceptions differently from the rest of the library pass their own key.

@@ -51,6 +51,7 @@ HRESULT PassOn(const ccCOMError& error, const char* method, const IID& iid) {
 
 HRESULT Translate(const ccException& error, ModuleKey module, const char* method, const IID& iid) {
     ExceptionMapping mapping = ExceptionTable::Find(error.Code(), module.name ? module.name : "");
+    if ((mapping.flags & kResultFromMessage) && error.MessageId() < 0) mapping.result = error.MessageId();
     if (mapping.result >= 0) mapping.result = E_FAIL;  // a row must not turn a throw into success
     return SetErrorInfo(mapping.result, Describe(error, mapping), method, iid);
 }

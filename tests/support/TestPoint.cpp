@@ -25,6 +25,12 @@ void TestPoint::CopyFrom(const TestPoint& source) {
     core::CloneValue(marker.get(), marker_.ptr());  // outside the lock: it may clone a point
 }
 
+void TestPoint::PersistState(core::ArchiveAccess& archive) {
+    archive.Persist("X", x_);
+    archive.Persist("Y", y_);
+    archive.Persist("Marker", marker_);
+}
+
 HRESULT TestPoint::get_X(double* value) {
     return core::Guarded("X", IID_ITestPoint, [&] {
         if (!value) return E_POINTER;

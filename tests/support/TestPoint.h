@@ -12,6 +12,7 @@ class TestPoint : public core::ILuxObjectImplBase<TestPoint, ITestPoint> {
 public:
     static const CoClassInfo& CoClass();
     void CopyFrom(const TestPoint& source);
+    void PersistState(core::ArchiveAccess& archive);
 
     HRESULT get_X(double* value) override;
     HRESULT put_X(double value) override;

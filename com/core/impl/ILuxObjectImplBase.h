@@ -16,6 +16,9 @@
 // held in it is shared, not cloned) and calls CopyFrom, with no lock held so that CopyFrom
 // may clone sub-objects (CloneValue) outside its own lock. An object reached again while
 // it is being cloned on this thread (a cycle) is shared instead of cloned again.
+//
+// Persistence: the class also supplies `void PersistState(ArchiveAccess&)` (see
+// ccStdPersistAndChangeImpl); the Tag is not persisted, since it may hold anything.
 #pragma once
 
 #include <string>
@@ -97,6 +100,14 @@ public:
 
     HRESULT put_Tag(VARIANT Tag) override { return SetTag("Tag", Tag); }
     HRESULT putref_Tag(VARIANT Tag) override { return SetTag("Tag", Tag); }
+
+    // The default state for a load: a new object's state, copied. A class whose default
+    // state is cheaper to set hides this with its own.
+    void ResetState() {
+        auto fresh = ComPtr<Derived>::Attach(Derived::Create());
+        if (!fresh) throw std::bad_alloc();
+        static_cast<Derived&>(*this).CopyFrom(*fresh);
+    }
 
 protected:
     ILuxObjectImplBase() { VariantInit(&tag_); }

@@ -8,6 +8,8 @@
 //         using Out = ...;      // the item result of Item get
 //         static Stored Take(const In& item);     // the value to store, references resolved
 //         static Stored Clone(Stored shallow);    // the deep copy that Clone keeps
+//         static VARIANT Lend(const Stored&);     // the item as a VARIANT it still owns
+//         static Stored FromArchive(Variant value, const std::string& name);  // a loaded item
 //         static void InitOut(Out* out);          // an out parameter made empty
 //         class Finder;                           // Finder(const In&), bool operator()(const Stored&)
 //     };
@@ -31,6 +33,7 @@
 #include <cstdint>
 #include <memory>
 #include <new>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -41,6 +44,7 @@
 #include "com/core/CollectionErrors.h"
 #include "com/core/EventDeliveryService.h"
 #include "com/core/impl/ILuxObjectImplBase.h"
+#include "persist/ccArchive.h"
 #include "platform/Bstr.h"
 #include "platform/Variant.h"
 
@@ -126,6 +130,51 @@ public:
         ObjectLock::Guard guard(this->Lock());
         std::swap(entries_, copied);
         std::swap(keys_, keys);
+    }
+
+    // Persistence: entry i as the value "Item<i>" and, when it has a key, the string
+    // "Key<i>" (i in decimal from 0). Loading reads Item0, Item1, ... up to the first
+    // index with no value; the collection announces the load as one Change, without
+    // collection events.
+    void PersistState(ArchiveAccess& archive) {
+        if (archive.Saving()) {
+            for (size_t i = 0; i < entries_.size(); ++i) {
+                const std::string index = std::to_string(i);
+                archive.Write("Item" + index, Items::Lend(entries_[i].item));
+                if (!entries_[i].key.empty()) {
+                    VARIANT key{};
+                    key.vt = VT_BSTR;
+                    key.bstrVal = entries_[i].key.get();  // lent
+                    archive.Write("Key" + index, key);
+                }
+            }
+            return;
+        }
+        auto loaded = std::make_shared<std::vector<Entry>>();
+        auto keys = std::make_shared<Keys>();
+        for (size_t i = 0;; ++i) {
+            const std::string index = std::to_string(i);
+            Variant item;
+            if (!archive.Read("Item" + index, item)) break;
+            Entry entry{Bstr(), Items::FromArchive(std::move(item), "Item" + index)};
+            Variant key;
+            if (archive.Read("Key" + index, key)) {
+                if (FAILED(key.ChangeType(VT_BSTR)))
+                    throw ccArchive::BadType("the key of item " + index + " is not a string",
+                                             ids_Lux_ReadInvalidProperty_1, {"Key" + index});
+                entry.key = Bstr::Attach(key.Detach().bstrVal);
+            }
+            loaded->push_back(std::move(entry));
+        }
+        for (size_t i = 0; i < loaded->size(); ++i) {
+            const Bstr& key = (*loaded)[i].key;
+            if (!key.empty() && !keys->emplace(key.view(), static_cast<int32_t>(i)).second)
+                throw ccArchive::BadContent("the key " + CollectionErrors::Quote(key.view()) + " is stored for two items");
+        }
+        archive.OnCommit([this, loaded, keys] {
+            std::swap(entries_, *loaded);
+            std::swap(keys_, *keys);
+        });
     }
 
     HRESULT get__NewEnum(IUnknown** Enumerator) override {

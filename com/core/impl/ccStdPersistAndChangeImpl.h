@@ -6,6 +6,17 @@
 //
 //     class CLuxThing : public ccStdPersistAndChangeImpl<CLuxThing, ILuxThing> { ... };
 //
+// Persistence (ILuxPersistArchive): the class supplies one routine for both directions,
+//
+//     void PersistState(ArchiveAccess& archive);   // see ArchiveAccess
+//     void ResetState();                           // the default state; lock held
+//
+// Saving runs PersistState under the lock and clears the has-changed flag when the options
+// ask. Loading reads every value first, then under the lock resets the state (unless
+// luxPersistOptionNoResetOnLoad) and makes the assignments; it leaves the flag clear and
+// announces Change(-1) with every area bit set. PreLoad and PostLoad do nothing unless the
+// class hides them with its own.
+//
 // Raising a change (after a setter has stored its value, with the lock released):
 // while delivery is suspended the change merges into the pending one; otherwise it is
 // delivered with the areas left pending ORed in. Delivery copies the value and builds the
@@ -18,6 +29,7 @@
 
 #include "TessalyCore.h"
 #include "com/core/MethodGuard.h"
+#include "com/core/impl/ArchiveAccess.h"
 #include "com/core/impl/ChangeEventState.h"
 #include "com/core/impl/ObjectLock.h"
 #include "platform/ComObject.h"
@@ -30,8 +42,49 @@ namespace tessaly::core {
 
 template <class Derived, class... Interfaces>
 class ccStdPersistAndChangeImpl
-    : public ComObject<Derived, Interfaces..., ILuxChangeEventConfiguration_Disp, ILuxChangeEventConfiguration> {
+    : public ComObject<Derived, Interfaces..., ILuxPersistArchive, ILuxChangeEventConfiguration_Disp,
+                       ILuxChangeEventConfiguration> {
 public:
+    // ILuxPersistArchive
+    HRESULT Persist(ILuxArchive* Archive, LONG Options) override {
+        return Guarded("Persist", ILuxPersistArchive::iid, [&] {
+            ArchiveAccess access(Archive, Options);
+            Derived& self = static_cast<Derived&>(*this);
+            if (access.Saving()) {
+                {
+                    ObjectLock::Guard guard(lock_);
+                    self.PersistState(access);
+                }
+                if (Options & luxPersistOptionClearHasChangedOnSave) SetHasChanged(false);
+                return S_OK;
+            }
+            self.PersistState(access);
+            {
+                ObjectLock::Guard guard(lock_);
+                if (!(Options & luxPersistOptionNoResetOnLoad)) self.ResetState();
+                access.Commit();
+            }
+            SetHasChanged(false);
+            return RaiseChange(luxState_MoreThanOneStateIDChanged, kEveryArea, false);
+        });
+    }
+
+    HRESULT PreLoad() override { return S_OK; }
+    HRESULT PostLoad(VARIANT_BOOL /*CreatedDuringLoad*/) override { return S_OK; }
+
+    HRESULT get_HasChanged(VARIANT_BOOL* Changed) override {
+        if (!Changed) return E_POINTER;
+        *Changed = HasChanged() ? VARIANT_TRUE : VARIANT_FALSE;
+        return S_OK;
+    }
+    HRESULT put_HasChanged(VARIANT_BOOL Changed) override {
+        SetHasChanged(Changed != VARIANT_FALSE);
+        return S_OK;
+    }
+
+    // Every functional area bit: what a load announces.
+    static constexpr int32_t kEveryArea = -1;
+
     // ILuxChangeEventConfiguration and its dispatch twin (one implementation serves both).
     HRESULT SuspendEventDelivery() override {
         return Guarded("SuspendEventDelivery", IID_ILuxChangeEventConfiguration, [&] {

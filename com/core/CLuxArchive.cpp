@@ -1,0 +1,336 @@
+#include "com/core/CLuxArchive.h"
+
+#include <string>
+
+#include "com/core/CLuxCollection.h"
+#include "com/core/CollectionErrors.h"
+#include "com/core/MethodGuard.h"
+#include "com/core/ccCOMError.h"
+#include "persist/ccArchive.h"
+#include "xnl/std/except/ccStdError.h"
+
+namespace tessaly::core {
+
+namespace {
+
+bool IsObject(VARTYPE vt) noexcept { return vt == VT_DISPATCH || vt == VT_UNKNOWN; }
+
+// Answered only by this class: identifies the library's own archive.
+constexpr IID kOwnArchive = MakeGuid("DDC58AC9-137F-4601-B64C-F5D858EF5317");
+
+}  // namespace
+
+CLuxArchive* CLuxArchive::Own(ILuxArchive* archive) noexcept {
+    if (!archive) return nullptr;
+    void* own = nullptr;
+    if (FAILED(archive->QueryInterface(kOwnArchive, &own)) || !own) return nullptr;
+    auto* found = static_cast<CLuxArchive*>(own);
+    found->Release();  // the caller's reference on `archive` keeps it alive
+    return found;
+}
+
+void* CLuxArchive::FindInterface(const IID& iid) noexcept {
+    if (iid == kOwnArchive) return this;
+    return ComObject::FindInterface(iid);
+}
+
+ComPtr<CLuxArchive> CLuxArchive::ForSaving(ArchiveWriter& writer, int32_t options) {
+    auto archive = ComPtr<CLuxArchive>::Attach(Create());
+    if (!archive) throw std::bad_alloc();
+    archive->writer_ = &writer;
+    archive->options_ = options | luxPersistOptionSaving;
+    return archive;
+}
+
+ComPtr<CLuxArchive> CLuxArchive::ForLoading(int32_t options) {
+    auto archive = ComPtr<CLuxArchive>::Attach(Create());
+    if (!archive) throw std::bad_alloc();
+    archive->options_ = options & ~luxPersistOptionSaving;
+    return archive;
+}
+
+void CLuxArchive::AddEntry(std::string_view name, Variant&& value) {
+    CheckLoading("AddEntry");
+    Bstr stored(name);
+    std::lock_guard lock(mutex_);
+    if (FindLocked(name) >= 0)
+        throw ccArchive::Duplicate("the name " + CollectionErrors::Quote(name) + " is stored twice in one object");
+    entries_.reserve(entries_.size() + 1);
+    index_.emplace(stored.view(), static_cast<int32_t>(entries_.size()));
+    entries_.push_back(Entry{std::move(stored), std::move(value)});
+}
+
+bool CLuxArchive::TakeEntry(std::string_view name, Variant& value) {
+    CheckLoading("TakeEntry");
+    std::lock_guard lock(mutex_);
+    const int32_t at = FindLocked(name);
+    if (at < 0) return false;
+    value = std::move(entries_[at].value);
+    return true;
+}
+
+size_t CLuxArchive::EntryCount() const {
+    std::lock_guard lock(mutex_);
+    return entries_.size();
+}
+
+int32_t CLuxArchive::FindLocked(std::string_view name) const noexcept {
+    const auto found = index_.find(name);
+    return found == index_.end() ? -1 : found->second;
+}
+
+void CLuxArchive::CheckLoading(const char* what) const {
+    if (Saving()) throw ccStdError::Unexpected(std::string(what) + " needs an archive that is loading");
+}
+
+void CLuxArchive::CheckSaving(const char* what) const {
+    if (!Saving()) throw ccStdError::Unexpected(std::string(what) + " needs an archive that is saving");
+}
+
+void CLuxArchive::Write(std::string_view name, const VARIANT& value) {
+    CheckSaving("Writing a value");
+    const VARIANT& resolved = value.vt == (VT_BYREF | VT_VARIANT) && value.pvarVal ? *value.pvarVal : value;
+    if ((options_ & luxPersistOptionSaveObjectsOnly) && !IsObject(resolved.vt)) return;
+    {
+        Bstr stored(name);
+        std::lock_guard lock(mutex_);
+        if (FindLocked(name) >= 0)
+            throw ccArchive::Duplicate("the name " + CollectionErrors::Quote(name) + " is written twice by one object");
+        entries_.reserve(entries_.size() + 1);
+        index_.emplace(stored.view(), static_cast<int32_t>(entries_.size()));
+        entries_.push_back(Entry{std::move(stored), Variant()});
+    }
+    // Outside the lock: the writer saves sub-objects, whose Persist may take a while.
+    if (resolved.vt & VT_BYREF) {
+        Variant direct;
+        ThrowIfFailed(VariantCopyInd(direct.Out(), &resolved));
+        writer_->WriteEntry(name, direct.get());
+    } else {
+        writer_->WriteEntry(name, resolved);
+    }
+}
+
+bool CLuxArchive::Read(std::string_view name, VARTYPE vt, Variant& value, int32_t messageId) const {
+    CheckLoading("Reading a value");
+    Variant stored;
+    {
+        std::lock_guard lock(mutex_);
+        const int32_t at = FindLocked(name);
+        if (at < 0) return false;
+        stored = entries_[at].value;
+    }
+    if (vt == VT_VARIANT || stored.get().vt == vt) {
+        value = std::move(stored);
+        return true;
+    }
+    Variant converted;
+    const HRESULT hr = VariantChangeType(converted.Out(), &stored.get(), 0, vt);
+    if (hr == E_OUTOFMEMORY) throw std::bad_alloc();
+    if (FAILED(hr))
+        throw ccArchive::BadType("the value of " + CollectionErrors::Quote(name) + " cannot be read as the type asked for",
+                                 messageId, {std::string(name)});
+    value = std::move(converted);
+    return true;
+}
+
+template <class T>
+HRESULT CLuxArchive::PersistScalar(const char* method, BSTR name, T* value, VARTYPE vt, T VARIANT::*field) {
+    return Guarded(method, ILuxArchive::iid, [&]() -> HRESULT {
+        if (!value) throw ccStdError::NullArgument("Value");
+        if (Saving()) {
+            VARIANT passed{};
+            passed.vt = vt;
+            passed.*field = *value;
+            Write(BstrView(name), passed);
+            return S_OK;
+        }
+        Variant read;
+        if (!Read(BstrView(name), vt, read, ids_Lux_ReadInvalidProperty_1)) return S_FALSE;
+        *value = read.get().*field;
+        return S_OK;
+    });
+}
+
+HRESULT CLuxArchive::PersistUI1(BSTR Name, unsigned char* Value) { return PersistScalar("PersistUI1", Name, Value, VT_UI1, &VARIANT::bVal); }
+HRESULT CLuxArchive::PersistI2(BSTR Name, short* Value) { return PersistScalar("PersistI2", Name, Value, VT_I2, &VARIANT::iVal); }
+HRESULT CLuxArchive::PersistI4(BSTR Name, LONG* Value) { return PersistScalar("PersistI4", Name, Value, VT_I4, &VARIANT::lVal); }
+HRESULT CLuxArchive::PersistR4(BSTR Name, float* Value) { return PersistScalar("PersistR4", Name, Value, VT_R4, &VARIANT::fltVal); }
+HRESULT CLuxArchive::PersistR8(BSTR Name, double* Value) { return PersistScalar("PersistR8", Name, Value, VT_R8, &VARIANT::dblVal); }
+HRESULT CLuxArchive::PersistBoolean(BSTR Name, VARIANT_BOOL* Value) {
+    return PersistScalar("PersistBoolean", Name, Value, VT_BOOL, &VARIANT::boolVal);
+}
+
+HRESULT CLuxArchive::PersistVariant(BSTR Name, VARIANT* Value) {
+    return Guarded("PersistVariant", ILuxArchive::iid, [&]() -> HRESULT {
+        if (!Value) throw ccStdError::NullArgument("Value");
+        if (Saving()) {
+            Write(BstrView(Name), *Value);
+            return S_OK;
+        }
+        Variant read;
+        if (!Read(BstrView(Name), VT_VARIANT, read, ids_Lux_ReadInvalidProperty_1)) return S_FALSE;
+        VariantClear(Value);
+        *Value = read.Detach();
+        return S_OK;
+    });
+}
+
+HRESULT CLuxArchive::PersistString(BSTR Name, BSTR* Value) {
+    return Guarded("PersistString", ILuxArchive::iid, [&]() -> HRESULT {
+        if (!Value) throw ccStdError::NullArgument("Value");
+        if (Saving()) {
+            VARIANT passed{};
+            passed.vt = VT_BSTR;
+            passed.bstrVal = *Value;  // lent, not owned
+            Write(BstrView(Name), passed);
+            return S_OK;
+        }
+        Variant read;
+        if (!Read(BstrView(Name), VT_BSTR, read, ids_Lux_ReadInvalidProperty_1)) return S_FALSE;
+        VARIANT taken = read.Detach();
+        SysFreeString(*Value);
+        *Value = taken.bstrVal;
+        return S_OK;
+    });
+}
+
+HRESULT CLuxArchive::LoadObject(BSTR Name, IDispatch** Value) {
+    return Guarded("LoadObject", ILuxArchive::iid, [&]() -> HRESULT {
+        if (!Value) throw ccStdError::NullArgument("Value");
+        CheckLoading("LoadObject");
+        Variant read;
+        if (!Read(BstrView(Name), VT_VARIANT, read, ids_Lux_ReadInvalidObject_1)) return S_FALSE;
+        const VARIANT& stored = read.get();
+        IDispatch* object = nullptr;
+        if (IsObject(stored.vt)) {
+            if (stored.punkVal && FAILED(stored.punkVal->QueryInterface(IDispatch::iid, reinterpret_cast<void**>(&object))))
+                throw ccArchive::BadType("the object stored as " + CollectionErrors::Quote(BstrView(Name)) +
+                                             " is not an automation object",
+                                         ids_Lux_ReadInvalidObject_1, {std::string(BstrView(Name))});
+        } else if (stored.vt != VT_EMPTY && stored.vt != VT_NULL) {
+            throw ccArchive::BadType("the value stored as " + CollectionErrors::Quote(BstrView(Name)) + " is not an object",
+                                     ids_Lux_ReadInvalidObject_1, {std::string(BstrView(Name))});
+        }
+        if (*Value) (*Value)->Release();
+        *Value = object;
+        return S_OK;
+    });
+}
+
+HRESULT CLuxArchive::SaveObject(BSTR Name, IDispatch* Value) {
+    return Guarded("SaveObject", ILuxArchive::iid, [&] {
+        CheckSaving("SaveObject");
+        VARIANT passed{};
+        passed.vt = VT_DISPATCH;
+        passed.pdispVal = Value;  // lent
+        Write(BstrView(Name), passed);
+        return S_OK;
+    });
+}
+
+HRESULT CLuxArchive::get__NewEnum(IUnknown** Enumerator) {
+    return Guarded("_NewEnum", ILuxArchive::iid, [&] {
+        if (!Enumerator) return E_POINTER;
+        *Enumerator = nullptr;
+        CheckLoading("_NewEnum");
+        CLuxEnumVariant::Items snapshot;
+        {
+            std::lock_guard lock(mutex_);
+            snapshot.reserve(entries_.size());
+            for (const Entry& entry : entries_) snapshot.push_back(entry.value);
+        }
+        IEnumVARIANT* enumerator = CLuxEnumVariant::New(std::move(snapshot));
+        if (!enumerator) throw std::bad_alloc();
+        *Enumerator = enumerator;
+        return S_OK;
+    });
+}
+
+HRESULT CLuxArchive::get_Count(LONG* Count) {
+    return Guarded("Count", ILuxArchive::iid, [&] {
+        if (!Count) return E_POINTER;
+        std::lock_guard lock(mutex_);
+        *Count = static_cast<LONG>(entries_.size());
+        return S_OK;
+    });
+}
+
+int32_t CLuxArchive::LocateLocked(const collection::KeyOrIndex& wanted) const {
+    const auto count = static_cast<int32_t>(entries_.size());
+    if (wanted.isKey) {
+        const int32_t at = FindLocked(wanted.key.view());
+        if (at < 0) CollectionErrors::ThrowUnknownKey(wanted.key.view());
+        return at;
+    }
+    if (wanted.index < 0 || wanted.index >= count) CollectionErrors::ThrowInvalidIndex(wanted.index, count);
+    return wanted.index;
+}
+
+HRESULT CLuxArchive::get_Item(VARIANT KeyOrIndex, VARIANT* Item) {
+    return Guarded("Item", ILuxArchive::iid, [&] {
+        if (!Item) return E_POINTER;
+        VariantInit(Item);
+        CheckLoading("Item");
+        const auto wanted = collection::ReadKeyOrIndex(KeyOrIndex);
+        Variant copy;
+        {
+            std::lock_guard lock(mutex_);
+            copy = entries_[LocateLocked(wanted)].value;
+        }
+        *Item = copy.Detach();
+        return S_OK;
+    });
+}
+
+HRESULT CLuxArchive::FindItem(VARIANT Item, LONG* Index) {
+    return Guarded("FindItem", ILuxArchive::iid, [&] {
+        if (!Index) return E_POINTER;
+        *Index = luxNoIndex;
+        CheckLoading("FindItem");
+        Variant wanted;
+        ThrowIfFailed(VariantCopyInd(wanted.Out(), &Item));
+        std::lock_guard lock(mutex_);
+        for (size_t i = 0; i < entries_.size(); ++i) {
+            if (SameCollectionItem(entries_[i].value.get(), wanted.get())) {
+                *Index = static_cast<LONG>(i);
+                break;
+            }
+        }
+        return S_OK;
+    });
+}
+
+HRESULT CLuxArchive::get_Key(LONG Index, BSTR* Key) {
+    return Guarded("Key", ILuxArchive::iid, [&] {
+        if (!Key) return E_POINTER;
+        *Key = nullptr;
+        Bstr copy;
+        {
+            std::lock_guard lock(mutex_);
+            const auto count = static_cast<int32_t>(entries_.size());
+            if (Index < 0 || Index >= count) CollectionErrors::ThrowInvalidIndex(Index, count);
+            copy = entries_[Index].name;
+        }
+        *Key = copy.Detach();
+        return S_OK;
+    });
+}
+
+HRESULT CLuxArchive::FindKey(BSTR Key, LONG* Index) {
+    return Guarded("FindKey", ILuxArchive::iid, [&] {
+        if (!Index) return E_POINTER;
+        std::lock_guard lock(mutex_);
+        *Index = BstrView(Key).empty() ? luxNoIndex : FindLocked(BstrView(Key));
+        return S_OK;
+    });
+}
+
+HRESULT CLuxArchive::get_Options(LONG* Options) {
+    return Guarded("Options", ILuxArchive::iid, [&] {
+        if (!Options) return E_POINTER;
+        *Options = options_;
+        return S_OK;
+    });
+}
+
+}  // namespace tessaly::core

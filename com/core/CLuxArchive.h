@@ -1,0 +1,110 @@
+// LuxArchive: the archive a formatter hands to an object's Persist. It works in one
+// direction for its whole life:
+//  - saving: every value Persist hands over goes straight on to the formatter's
+//    ArchiveWriter, in order; the archive keeps only the names (a name given twice is
+//    refused, and Count, Key and FindKey answer for the names written so far);
+//  - loading: the formatter fills it with the object's named values first; Persist then
+//    reads them back by name, converted to the type asked for. A name the archive does not
+//    hold leaves the value as it was and answers S_FALSE.
+// Names compare as collection keys do (ASCII case-insensitively). The archive fires no
+// events and is not an ILuxObject.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "TessalyCore.h"
+#include "com/core/ArchiveWriter.h"
+#include "com/core/impl/ccCollectionImpl.h"
+#include "platform/Bstr.h"
+#include "platform/ComObject.h"
+#include "platform/ComPtr.h"
+#include "platform/Variant.h"
+
+namespace tessaly::core {
+
+class CLuxArchive : public ComObject<CLuxArchive, ILuxArchive> {
+public:
+    static const CoClassInfo& CoClass() noexcept { return generated::CoClass_LuxArchive; }
+
+    // `options` as Persist receives them; the saving bit is set or cleared here.
+    static ComPtr<CLuxArchive> ForSaving(ArchiveWriter& writer, int32_t options);
+    static ComPtr<CLuxArchive> ForLoading(int32_t options);
+
+    // The library's own archive behind an ILuxArchive, or null for another implementation:
+    // the object base then reads values without converting names and without copies.
+    static CLuxArchive* Own(ILuxArchive* archive) noexcept;
+    void* FindInterface(const IID& iid) noexcept;
+
+    bool Saving() const noexcept { return writer_ != nullptr; }
+    int32_t PersistOptions() const noexcept { return options_; }
+
+    // Loading archives: the formatter's side. A second value under one name throws
+    // ccArchive::Duplicate.
+    void AddEntry(std::string_view name, Variant&& value);
+    // The stored value moved out (the entry stays, empty): an object's own Persist reads
+    // each value once, and a large array is not copied. False when the name is absent.
+    bool TakeEntry(std::string_view name, Variant& value);
+    size_t EntryCount() const;
+
+    // What the Persist members do, without names as BSTRs.
+    // Saving: records the name (refusing a repeat) and hands the value on, unless the
+    // options save objects only and the value is not one.
+    void Write(std::string_view name, const VARIANT& value);
+    // Loading: a copy of the stored value converted to `vt` (VT_VARIANT: as stored); false
+    // when the name is absent. A value that does not convert throws ccArchive::BadType
+    // described by `messageId` with the name.
+    bool Read(std::string_view name, VARTYPE vt, Variant& value, int32_t messageId) const;
+
+    // ILuxArchive
+    HRESULT PersistVariant(BSTR Name, VARIANT* Value) override;
+    HRESULT PersistUI1(BSTR Name, unsigned char* Value) override;
+    HRESULT PersistI2(BSTR Name, short* Value) override;
+    HRESULT PersistI4(BSTR Name, LONG* Value) override;
+    HRESULT PersistR4(BSTR Name, float* Value) override;
+    HRESULT PersistR8(BSTR Name, double* Value) override;
+    HRESULT PersistBoolean(BSTR Name, VARIANT_BOOL* Value) override;
+    HRESULT PersistString(BSTR Name, BSTR* Value) override;
+    HRESULT LoadObject(BSTR Name, IDispatch** Value) override;
+    HRESULT SaveObject(BSTR Name, IDispatch* Value) override;
+    HRESULT get__NewEnum(IUnknown** Enumerator) override;
+    HRESULT get_Count(LONG* Count) override;
+    HRESULT get_Item(VARIANT KeyOrIndex, VARIANT* Item) override;
+    HRESULT FindItem(VARIANT Item, LONG* Index) override;
+    HRESULT get_Key(LONG Index, BSTR* Key) override;
+    HRESULT FindKey(BSTR Key, LONG* Index) override;
+    HRESULT get_Options(LONG* Options) override;
+
+    CLuxArchive() = default;
+
+protected:
+    ~CLuxArchive() override = default;
+
+private:
+    struct Entry {
+        Bstr name;
+        Variant value;  // empty while saving
+    };
+
+    // A scalar Persist member: saving hands `value` on as `vt`; loading converts the stored
+    // value to `vt` and stores it through `store`.
+    template <class T>
+    HRESULT PersistScalar(const char* method, BSTR name, T* value, VARTYPE vt, T VARIANT::*field);
+
+    void CheckLoading(const char* what) const;
+    void CheckSaving(const char* what) const;
+    // Index of a name, or -1; call with the mutex held.
+    int32_t FindLocked(std::string_view name) const noexcept;
+    int32_t LocateLocked(const collection::KeyOrIndex& wanted) const;
+
+    ArchiveWriter* writer_ = nullptr;
+    int32_t options_ = 0;
+    mutable std::mutex mutex_;
+    std::vector<Entry> entries_;
+    std::unordered_map<std::string_view, int32_t, collection::KeyHash, collection::KeyEqual> index_;
+};
+
+}  // namespace tessaly::core

@@ -1,0 +1,78 @@
+// The part of loading an object graph that every format shares: creating each object from
+// its class (or taking the caller's existing object for the root), remembering objects by
+// their number so that references resolve, running PreLoad and Persist for each object
+// once its values have been read, and PostLoad for all of them at the end. A formatter
+// reads the document and, for each object:
+//
+//     IDispatch* object = loader.Create(progId, id);   // at the object's start
+//     auto archive = loader.NewArchive();
+//     archive->AddEntry(name, value) ...               // its values; references via Find(id)
+//     loader.LoadEntries(object, *archive);             // at its end
+//
+// then `loader.Finish()` gives the root. Until Persist runs, an object is only created,
+// so a document that fails to parse leaves an existing root untouched.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "TessalyCore.h"
+#include "com/core/CLuxArchive.h"
+#include "platform/ComPtr.h"
+
+namespace tessaly::core {
+
+class ObjectGraphLoader {
+public:
+    // `options` as the caller gave them; the saving bit is cleared. `existing` (may be
+    // null) receives the root's state instead of a new object.
+    ObjectGraphLoader(int32_t options, IDispatch* existing);
+
+    // A new object of the class named by a ProgID or "{CLSID}" (ids_LuxFormatter_
+    // CantCreateObject_1 when none can be made); the first object asked for is the root,
+    // which is the existing object when there is one (ids_LuxFormatter_CantLoadObject_2
+    // when its class differs). `id` 0 registers no number; a number given twice fails
+    // with ids_LuxFormatter_DuplicateID_2. The loader keeps the object alive.
+    IDispatch* Create(std::string_view progIdOrClsid, uint32_t id);
+    IDispatch* Create(const CLSID& clsid, uint32_t id);
+    // The object with a number, or null.
+    IDispatch* Find(uint32_t id) const noexcept;
+
+    ComPtr<CLuxArchive> NewArchive() const;
+    // PreLoad, then Persist with the values read.
+    void LoadEntries(IDispatch* object, CLuxArchive& archive);
+    // A stream-persisted object's Load from its saved bytes.
+    void LoadStream(IDispatch* object, std::span<const uint8_t> bytes);
+
+    void Warn(std::string text) { warnings_.push_back(std::move(text)); }
+    const std::vector<std::string>& WarningTexts() const noexcept { return warnings_; }
+    // The warnings as a new LuxStringCollection.
+    ComPtr<ILuxStringCollection> Warnings() const;
+
+    // PostLoad on every object, the objects created last first (so that sub-objects are
+    // complete before the objects that hold them); returns the root (null when the
+    // document held no object).
+    ComPtr<IDispatch> Finish();
+
+    int32_t Options() const noexcept { return options_; }
+
+private:
+    IDispatch* Adopt(ComPtr<IDispatch> object, bool created, uint32_t id, std::string_view name);
+    std::string NameOf(const CLSID& clsid) const;
+
+    int32_t options_;
+    ComPtr<IDispatch> existing_;
+    struct Loaded {
+        ComPtr<IDispatch> object;
+        bool created;
+    };
+    std::vector<Loaded> objects_;  // in creation order; the root first
+    std::unordered_map<uint32_t, IDispatch*> ids_;
+    std::vector<std::string> warnings_;
+};
+
+}  // namespace tessaly::core

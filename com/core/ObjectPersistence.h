@@ -1,0 +1,38 @@
+// Saving and loading whole object graphs for clients, in one call, in any of the formats
+// of LuxPersistFormatConstants:
+//  - luxPersistFormatXML and luxPersistFormatXMLWithLineBreaks: LuxXMLFormatter, plain or
+//    with line breaks;
+//  - luxPersistFormatBinary: LuxBinaryFormatter;
+//  - luxPersistFormatAny: saves binary; loading tells binary from XML by the first bytes.
+// luxPersistFormatSoap is not available (e_Lux_NotImplemented) and luxPersistFormatCustom
+// needs a formatter object (E_INVALIDARG): use the formatter's Serialize directly.
+//
+// Every function reports failures as an HRESULT with error info and changes nothing on
+// failure: a file is replaced only once the whole graph has been written (through a
+// temporary file beside it), and a failed load hands back no object. File failures are
+// e_Lux_FileOpen, e_Lux_FileRead and e_Lux_FileWrite with the path in the description.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "TessalyCore.h"
+
+namespace tessaly {
+
+HRESULT SaveObjectToStream(IDispatch* object, IStream* stream, int32_t format, int32_t options) noexcept;
+HRESULT LoadObjectFromStream(IStream* stream, int32_t format, IDispatch** object) noexcept;
+
+HRESULT SaveObjectToFile(IDispatch* object, std::string_view path, int32_t format, int32_t options) noexcept;
+HRESULT LoadObjectFromFile(std::string_view path, int32_t format, IDispatch** object) noexcept;
+
+HRESULT SaveObjectToBytes(IDispatch* object, int32_t format, int32_t options, std::vector<uint8_t>* bytes) noexcept;
+HRESULT LoadObjectFromBytes(std::span<const uint8_t> bytes, int32_t format, IDispatch** object) noexcept;
+
+// The format of saved bytes judged from their start: luxPersistFormatXML when they begin
+// (after an optional byte-order mark and white space) with '<', else luxPersistFormatBinary.
+int32_t DetectPersistFormat(std::span<const uint8_t> head) noexcept;
+
+}  // namespace tessaly
