@@ -146,10 +146,13 @@ HRESULT CreateObject(REFCLSID clsid, REFIID riid, void** ppv) noexcept {
     if (!ppv) return E_POINTER;
     *ppv = nullptr;
     try {
-        const std::string text = FormatGuid(clsid);
         const ClassEntry* entry = ClassTable::Find(clsid);
-        if (!entry) return SetErrorInfo(REGDB_E_CLASSNOTREG, Text({"No class is registered as '", text, "'"}), kSource, GUID_NULL);
-        return CreateFrom(*entry, text, riid, ppv);
+        if (!entry)
+            return SetErrorInfo(REGDB_E_CLASSNOTREG, Text({"No class is registered as '", FormatGuid(clsid), "'"}), kSource,
+                                GUID_NULL);
+        // The class ID as text only names the class in a refusal: not formatted for a success.
+        if (!entry->create) return CreateFrom(*entry, FormatGuid(clsid), riid, ppv);
+        return CreateFrom(*entry, {}, riid, ppv);
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }

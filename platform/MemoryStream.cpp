@@ -61,19 +61,26 @@ size_t MemoryStream::Size() const noexcept {
     return bytes_.size();
 }
 
-HRESULT MemoryStream::ResizeLocked(uint64_t size) noexcept {
+HRESULT MemoryStream::ResizeLocked(uint64_t size, uint64_t writtenFrom) noexcept {
     if (size > kMaxSize) return STG_E_MEDIUMFULL;
     const size_t wanted = static_cast<size_t>(size);
+    const size_t before = bytes_.size();
     try {
-        // Geometric growth for a run of small writes; reserve first so that a failure
-        // leaves the bytes as they were.
+        // Geometric growth, with a quarter of headroom beyond a large single write so that
+        // the small writes after it do not move the block again; reserve first so that a
+        // failure leaves the bytes as they were.
         if (wanted > bytes_.capacity()) {
-            const size_t doubled = static_cast<size_t>(std::min<uint64_t>(uint64_t(bytes_.capacity()) * 2, kMaxSize));
-            bytes_.reserve(std::max(wanted, doubled));
+            const uint64_t doubled = uint64_t(bytes_.capacity()) * 2;
+            const uint64_t roomy = uint64_t(wanted) + wanted / 4;
+            bytes_.reserve(static_cast<size_t>(std::min<uint64_t>(std::max(doubled, roomy), kMaxSize)));
         }
         bytes_.resize(wanted);
     } catch (...) {
         return E_OUTOFMEMORY;
+    }
+    if (wanted > before) {
+        const size_t zeroEnd = static_cast<size_t>(std::min<uint64_t>(std::max<uint64_t>(writtenFrom, before), wanted));
+        std::memset(bytes_.data() + before, 0, zeroEnd - before);
     }
     return S_OK;
 }
@@ -102,7 +109,7 @@ HRESULT MemoryStream::Write(const void* pv, ULONG cb, ULONG* pcbWritten) {
         // after the block moves.
         const bool own = PointsInto(pv, bytes_.data(), bytes_.size());
         const size_t offset = own ? static_cast<size_t>(static_cast<const uint8_t*>(pv) - bytes_.data()) : 0;
-        const HRESULT hr = ResizeLocked(end);
+        const HRESULT hr = ResizeLocked(end, position_);  // only a gap before the write is zeroed
         if (FAILED(hr)) return hr;
         if (own) pv = bytes_.data() + offset;
     }
@@ -130,7 +137,7 @@ HRESULT MemoryStream::Seek(LONGLONG dlibMove, DWORD dwOrigin, ULONGLONG* plibNew
 
 HRESULT MemoryStream::SetSize(ULONGLONG libNewSize) {
     std::lock_guard lock(mutex_);
-    return ResizeLocked(libNewSize);
+    return ResizeLocked(libNewSize, libNewSize);
 }
 
 HRESULT MemoryStream::CopyTo(IStream* pstm, ULONGLONG cb, ULONGLONG* pcbRead, ULONGLONG* pcbWritten) {

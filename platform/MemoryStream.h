@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -60,12 +61,33 @@ private:
     friend class UnknownObject<MemoryStream, IStream>;
     MemoryStream() = default;
 
-    // Grows or shrinks the bytes to `size`, zero-filling new ones; the caller holds the lock.
-    // The stream is unchanged when it fails.
-    HRESULT ResizeLocked(uint64_t size) noexcept;
+    // Leaves new bytes uninitialised: a write fills them at once, so zeroing them first
+    // would cost a second pass over a large block. ResizeLocked zeroes what is not written.
+    template <class T>
+    struct UninitialisedAllocator : std::allocator<T> {
+        template <class U>
+        struct rebind {
+            using other = UninitialisedAllocator<U>;
+        };
+        UninitialisedAllocator() = default;
+        template <class U>
+        UninitialisedAllocator(const UninitialisedAllocator<U>&) noexcept {}
+        template <class U>
+        void construct(U* at) noexcept {
+            ::new (static_cast<void*>(at)) U;
+        }
+        template <class U, class... Args>
+        void construct(U* at, Args&&... args) {
+            ::new (static_cast<void*>(at)) U(std::forward<Args>(args)...);
+        }
+    };
+
+    // Grows or shrinks the bytes to `size`. New bytes before `writtenFrom` are zeroed; the
+    // caller writes the rest at once. The caller holds the lock; on failure nothing changes.
+    HRESULT ResizeLocked(uint64_t size, uint64_t writtenFrom) noexcept;
 
     mutable std::mutex mutex_;
-    std::vector<uint8_t> bytes_;
+    std::vector<uint8_t, UninitialisedAllocator<uint8_t>> bytes_;
     uint64_t position_ = 0;
 };
 

@@ -101,8 +101,9 @@ std::atomic_ref<ULONG> LockCount(SAFEARRAY* array) noexcept { return std::atomic
 
 bool IsLocked(SAFEARRAY* array) noexcept { return LockCount(array).load(std::memory_order_acquire) != 0; }
 
-// Releases `count` elements starting at `first` and zeroes them.
-void ReleaseElements(VARTYPE type, ULONG elementSize, void* first, size_t count) noexcept {
+// Releases `count` elements starting at `first`, and zeroes them when the memory lives on
+// (memory about to be freed is not worth a pass).
+void ReleaseElements(VARTYPE type, ULONG elementSize, void* first, size_t count, bool zero) noexcept {
     if (!first || count == 0) return;
     switch (type) {
         case VT_BSTR:
@@ -121,7 +122,7 @@ void ReleaseElements(VARTYPE type, ULONG elementSize, void* first, size_t count)
         default:
             break;
     }
-    std::memset(first, 0, count * elementSize);
+    if (zero) std::memset(first, 0, count * elementSize);
 }
 
 size_t CountOf(const SAFEARRAY* array) noexcept {
@@ -247,16 +248,15 @@ HRESULT ResizeDimension(SAFEARRAY* array, UINT k, const SAFEARRAYBOUND& bound) n
             const VARTYPE type = ElementType(array);
             for (size_t j = 0; j < outer; ++j)
                 ReleaseElements(type, array->cbElements, static_cast<char*>(old) + (j * inner * oldCount + kept) * size,
-                                (oldCount - newCount) * inner);
+                                (oldCount - newCount) * inner, false);
         }
         std::free(old);
     }
     return S_OK;
 }
 
-}  // namespace
-
-SAFEARRAY* SafeArrayCreate(VARTYPE vt, UINT dims, const SAFEARRAYBOUND* bounds) noexcept {
+// A new array; its elements zeroed unless the caller writes them all at once.
+SAFEARRAY* CreateArray(VARTYPE vt, UINT dims, const SAFEARRAYBOUND* bounds, bool zeroed) noexcept {
     const ULONG elementSize = ElementSize(vt);
     if (elementSize == 0 || dims == 0 || dims > std::numeric_limits<USHORT>::max() || !bounds) return nullptr;
     for (UINT i = 0; i < dims; ++i)
@@ -266,7 +266,7 @@ SAFEARRAY* SafeArrayCreate(VARTYPE vt, UINT dims, const SAFEARRAYBOUND* bounds) 
 
     SAFEARRAY* array = AllocateDescriptor(dims);
     if (!array) return nullptr;
-    array->pvData = AllocateData(extent->bytes);
+    array->pvData = zeroed ? AllocateData(extent->bytes) : std::malloc(extent->bytes ? extent->bytes : 1);
     if (!array->pvData) {
         std::free(array);
         return nullptr;
@@ -281,6 +281,19 @@ SAFEARRAY* SafeArrayCreate(VARTYPE vt, UINT dims, const SAFEARRAYBOUND* bounds) 
     return array;
 }
 
+}  // namespace
+
+SAFEARRAY* SafeArrayCreate(VARTYPE vt, UINT dims, const SAFEARRAYBOUND* bounds) noexcept {
+    return CreateArray(vt, dims, bounds, true);
+}
+
+namespace tessaly {
+SAFEARRAY* SafeArrayCreateForFill(VARTYPE vt, UINT dims, const SAFEARRAYBOUND* bounds) noexcept {
+    const bool ownsNothing = vt != VT_BSTR && vt != VT_VARIANT && vt != VT_DISPATCH && vt != VT_UNKNOWN;
+    return CreateArray(vt, dims, bounds, !ownsNothing);
+}
+}  // namespace tessaly
+
 SAFEARRAY* SafeArrayCreateVector(VARTYPE vt, LONG lowerBound, ULONG count) noexcept {
     const SAFEARRAYBOUND bound{count, lowerBound};
     return SafeArrayCreate(vt, 1, &bound);
@@ -290,8 +303,8 @@ HRESULT SafeArrayDestroyData(SAFEARRAY* array) noexcept {
     if (!array) return E_INVALIDARG;
     if (IsLocked(array)) return DISP_E_ARRAYISLOCKED;
     if (!array->pvData) return S_OK;
-    ReleaseElements(ElementType(array), array->cbElements, array->pvData, CountOf(array));
     // Memory of static and automatic arrays belongs to whoever built them.
+    ReleaseElements(ElementType(array), array->cbElements, array->pvData, CountOf(array), !OwnsData(array));
     if (OwnsData(array)) {
         std::free(array->pvData);
         array->pvData = nullptr;

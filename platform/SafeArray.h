@@ -41,4 +41,8 @@ HRESULT SafeArrayRedim(SAFEARRAY* array, const SAFEARRAYBOUND* rightMostBound) n
 namespace tessaly {
 // The number of elements, or 0 for null.
 size_t SafeArrayElementCount(const SAFEARRAY* array) noexcept;
+// SafeArrayCreate for a caller that writes every element at once (a loader reading a
+// block): the elements of a type that owns nothing (numbers, dates, currency, booleans,
+// error codes) are left unwritten instead of zeroed; other types are zeroed as usual.
+SAFEARRAY* SafeArrayCreateForFill(VARTYPE vt, UINT dims, const SAFEARRAYBOUND* bounds) noexcept;
 }  // namespace tessaly

@@ -51,13 +51,10 @@ ComPtr<CLuxArchive> CLuxArchive::ForLoading(int32_t options) {
 
 void CLuxArchive::AddEntry(std::string_view name, Variant&& value) {
     CheckLoading("AddEntry");
-    Bstr stored(name);
     std::lock_guard lock(mutex_);
     if (FindLocked(name) >= 0)
         throw ccArchive::Duplicate("the name " + CollectionErrors::Quote(name) + " is stored twice in one object");
-    entries_.reserve(entries_.size() + 1);
-    index_.emplace(stored.view(), static_cast<int32_t>(entries_.size()));
-    entries_.push_back(Entry{std::move(stored), std::move(value)});
+    AppendLocked(name, std::move(value));
 }
 
 bool CLuxArchive::TakeEntry(std::string_view name, Variant& value) {
@@ -75,8 +72,36 @@ size_t CLuxArchive::EntryCount() const {
 }
 
 int32_t CLuxArchive::FindLocked(std::string_view name) const noexcept {
+    if (entries_.size() <= kScanned) {
+        const collection::KeyEqual equal;
+        for (size_t i = 0; i < entries_.size(); ++i)
+            if (equal(entries_[i].name, name)) return static_cast<int32_t>(i);
+        return -1;
+    }
     const auto found = index_.find(name);
     return found == index_.end() ? -1 : found->second;
+}
+
+void CLuxArchive::AppendLocked(std::string_view name, Variant&& value) {
+    entries_.push_back(Entry{std::string(name), std::move(value)});
+    try {
+        // The index starts when scanning stops paying; the names live in the entries, whose
+        // strings may move when the vector grows: the index is rebuilt then.
+        if (entries_.size() > kScanned) {
+            if (index_.size() + 1 != entries_.size() || entries_.capacity() != indexedCapacity_) {
+                index_.clear();
+                for (size_t i = 0; i < entries_.size(); ++i) index_.emplace(entries_[i].name, static_cast<int32_t>(i));
+                indexedCapacity_ = entries_.capacity();
+            } else {
+                index_.emplace(entries_.back().name, static_cast<int32_t>(entries_.size() - 1));
+            }
+        }
+    } catch (...) {
+        entries_.pop_back();
+        index_.clear();
+        indexedCapacity_ = 0;
+        throw;
+    }
 }
 
 void CLuxArchive::CheckLoading(const char* what) const {
@@ -92,13 +117,10 @@ void CLuxArchive::Write(std::string_view name, const VARIANT& value) {
     const VARIANT& resolved = value.vt == (VT_BYREF | VT_VARIANT) && value.pvarVal ? *value.pvarVal : value;
     if ((options_ & luxPersistOptionSaveObjectsOnly) && !IsObject(resolved.vt)) return;
     {
-        Bstr stored(name);
         std::lock_guard lock(mutex_);
         if (FindLocked(name) >= 0)
             throw ccArchive::Duplicate("the name " + CollectionErrors::Quote(name) + " is written twice by one object");
-        entries_.reserve(entries_.size() + 1);
-        index_.emplace(stored.view(), static_cast<int32_t>(entries_.size()));
-        entries_.push_back(Entry{std::move(stored), Variant()});
+        AppendLocked(name, Variant());
     }
     // Outside the lock: the writer saves sub-objects, whose Persist may take a while.
     if (resolved.vt & VT_BYREF) {
@@ -309,7 +331,7 @@ HRESULT CLuxArchive::get_Key(LONG Index, BSTR* Key) {
             std::lock_guard lock(mutex_);
             const auto count = static_cast<int32_t>(entries_.size());
             if (Index < 0 || Index >= count) CollectionErrors::ThrowInvalidIndex(Index, count);
-            copy = entries_[Index].name;
+            copy = Bstr(entries_[Index].name);
         }
         *Key = copy.Detach();
         return S_OK;

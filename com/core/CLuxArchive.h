@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <mutex>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -85,9 +86,11 @@ protected:
 
 private:
     struct Entry {
-        Bstr name;
+        std::string name;
         Variant value;  // empty while saving
     };
+    // Archives of up to this many entries find names by scanning, without an index.
+    static constexpr size_t kScanned = 16;
 
     // A scalar Persist member: saving hands `value` on as `vt`; loading converts the stored
     // value to `vt` and stores it through `store`.
@@ -98,6 +101,8 @@ private:
     void CheckSaving(const char* what) const;
     // Index of a name, or -1; call with the mutex held.
     int32_t FindLocked(std::string_view name) const noexcept;
+    // Appends an entry and keeps the index in step; unchanged on failure.
+    void AppendLocked(std::string_view name, Variant&& value);
     int32_t LocateLocked(const collection::KeyOrIndex& wanted) const;
 
     ArchiveWriter* writer_ = nullptr;
@@ -105,6 +110,7 @@ private:
     mutable std::mutex mutex_;
     std::vector<Entry> entries_;
     std::unordered_map<std::string_view, int32_t, collection::KeyHash, collection::KeyEqual> index_;
+    size_t indexedCapacity_ = 0;  // the entries' capacity when the index was built
 };
 
 }  // namespace tessaly::core

@@ -1,6 +1,9 @@
 #include "com/core/ObjectGraphLoader.h"
 
+#include <unordered_set>
+
 #include "com/core/CLuxStringCollection.h"
+#include "com/core/ObjectGraphSaver.h"
 #include "com/core/FormatterErrors.h"
 #include "com/core/MessageTable.h"
 #include "com/core/ccCOMError.h"
@@ -8,6 +11,7 @@
 #include "platform/ErrorInfo.h"
 #include "platform/Guid.h"
 #include "platform/MemoryStream.h"
+#include "platform/SafeArray.h"
 #include "platform/TypeLibraryRegistry.h"
 
 namespace tessaly::core {
@@ -40,24 +44,98 @@ std::string LastFailureText(HRESULT result) {
     return MessageTable::ResultText(result);
 }
 
+// Loads an object from an empty archive: it goes back to a new object's state and drops
+// whatever it holds.
+void Reset(IDispatch* object, int32_t options) noexcept {
+    ComPtr<ILuxPersistArchive> archived;
+    if (FAILED(object->QueryInterface(ILuxPersistArchive::iid, archived.OutVoid())) || !archived) return;
+    try {
+        const ComPtr<CLuxArchive> empty = CLuxArchive::ForLoading(options & ~luxPersistOptionNoResetOnLoad);
+        archived->Persist(empty.get(), options & ~luxPersistOptionNoResetOnLoad);
+    } catch (...) {
+        // Out of memory for the empty archive: the object stays as it is.
+    }
+}
+
+// The identities of the objects a root reaches, walked as saving walks the graph.
+class ReachedObjects final : public ArchiveWriter {
+public:
+    explicit ReachedObjects(IUnknown* root) : saver_(luxPersistOptionAll) { Walk(root); }
+
+    bool Contains(IUnknown* object) const {
+        ComPtr<IUnknown> identity;
+        return SUCCEEDED(object->QueryInterface(IUnknown::iid, identity.OutVoid())) && reached_.count(identity.get());
+    }
+
+    void WriteEntry(std::string_view, const VARIANT& value) override { Value(value); }
+
+private:
+    void Walk(IUnknown* object) {
+        if (!saver_.Enter(object).first) return;
+        ComPtr<IUnknown> identity;
+        ThrowIfFailed(object->QueryInterface(IUnknown::iid, identity.OutVoid()));
+        reached_.insert(identity.get());
+        ComPtr<ILuxPersistArchive> archived;
+        if (SUCCEEDED(object->QueryInterface(ILuxPersistArchive::iid, archived.OutVoid())) && archived)
+            saver_.SaveEntries(object, *this);
+    }
+
+    void Value(const VARIANT& value) {
+        if (value.vt == VT_DISPATCH || value.vt == VT_UNKNOWN) {
+            if (value.punkVal) Walk(value.punkVal);
+            return;
+        }
+        const VARTYPE element = value.vt & ~VT_ARRAY;
+        if (!(value.vt & VT_ARRAY) || !value.parray ||
+            (element != VT_VARIANT && element != VT_DISPATCH && element != VT_UNKNOWN))
+            return;
+        const size_t count = SafeArrayElementCount(value.parray);
+        for (size_t i = 0; i < count; ++i) {
+            if (element == VT_VARIANT)
+                Value(static_cast<const VARIANT*>(value.parray->pvData)[i]);
+            else if (IUnknown* object = static_cast<IUnknown* const*>(value.parray->pvData)[i])
+                Walk(object);
+        }
+    }
+
+    ObjectGraphSaver saver_;
+    std::unordered_set<IUnknown*> reached_;  // kept alive by the saver
+};
+
 }  // namespace
 
 ObjectGraphLoader::ObjectGraphLoader(int32_t options, IDispatch* existing)
     : options_(options & ~luxPersistOptionSaving), existing_(existing) {}
+
+ObjectGraphLoader::~ObjectGraphLoader() {
+    if (finished_) return;
+    // Nothing outside the loader holds what it made, but a cycle among the objects loaded
+    // so far would keep them alive for ever.
+    for (const Loaded& loaded : objects_)
+        if (loaded.created) Reset(loaded.object.get(), options_);
+}
 
 std::string ObjectGraphLoader::NameOf(const CLSID& clsid) const {
     const CoClassInfo* coclass = TypeLibraryRegistry::FindCoClass(clsid);
     return coclass && coclass->progId ? std::string(coclass->progId) : FormatGuid(clsid);
 }
 
-IDispatch* ObjectGraphLoader::Adopt(ComPtr<IDispatch> object, bool created, uint32_t id, std::string_view name) {
-    if (id != 0 && ids_.count(id))
-        FormatterErrors::Throw(ids_LuxFormatter_DuplicateID_2, {std::to_string(id), std::string(name)});
-    objects_.reserve(objects_.size() + 1);
+IDispatch* ObjectGraphLoader::Adopt(ComPtr<IDispatch> object, bool created, uint32_t id) {
     IDispatch* raw = object.get();
-    if (id != 0) ids_.emplace(id, raw);
     objects_.push_back(Loaded{std::move(object), created});
+    if (id != 0) {
+        try {
+            ids_.emplace(id, raw);
+        } catch (...) {
+            objects_.pop_back();
+            throw;
+        }
+    }
     return raw;
+}
+
+void ObjectGraphLoader::CheckNewId(uint32_t id, const CLSID& clsid) const {
+    if (id != 0 && ids_.count(id)) FormatterErrors::Throw(ids_LuxFormatter_DuplicateID_2, {std::to_string(id), NameOf(clsid)});
 }
 
 IDispatch* ObjectGraphLoader::Create(std::string_view progIdOrClsid, uint32_t id) {
@@ -71,14 +149,15 @@ IDispatch* ObjectGraphLoader::Create(const CLSID& clsid, uint32_t id) {
         if (!(ClassIdOf(existing_.get()) == clsid))
             FormatterErrors::Throw(ids_LuxFormatter_CantLoadObject_2,
                                    {NameOf(clsid), "the existing object is of another class"});
-        return Adopt(existing_, false, id, NameOf(clsid));
+        CheckNewId(id, clsid);
+        return Adopt(existing_, false, id);
     }
-    if (id != 0 && ids_.count(id)) FormatterErrors::Throw(ids_LuxFormatter_DuplicateID_2, {std::to_string(id), NameOf(clsid)});
+    CheckNewId(id, clsid);
     ComPtr<IDispatch> object;
     const HRESULT made = tessaly::CreateObject(clsid, IDispatch::iid, object.OutVoid());
     if (made == E_OUTOFMEMORY) throw std::bad_alloc();
     if (FAILED(made) || !object) FormatterErrors::Throw(ids_LuxFormatter_CantCreateObject_1, {NameOf(clsid)});
-    return Adopt(std::move(object), true, id, NameOf(clsid));
+    return Adopt(std::move(object), true, id);
 }
 
 IDispatch* ObjectGraphLoader::Find(uint32_t id) const noexcept {
@@ -127,6 +206,15 @@ ComPtr<IDispatch> ObjectGraphLoader::Finish() {
         if (SUCCEEDED(loaded->object->QueryInterface(ILuxPersistArchive::iid, archived.OutVoid())) && archived)
             ThrowIfFailed(archived->PostLoad(loaded->created ? VARIANT_TRUE : VARIANT_FALSE));
     }
+    if (objects_.size() > 1) {
+        // A value no Persist kept (a name the object does not read, say) may hold an
+        // object that holds itself: once the loader lets go nothing reaches it, and only
+        // a reset frees it.
+        const ReachedObjects reached(objects_.front().object.get());
+        for (const Loaded& loaded : objects_)
+            if (loaded.created && !reached.Contains(loaded.object.get())) Reset(loaded.object.get(), options_);
+    }
+    finished_ = true;
     return objects_.empty() ? ComPtr<IDispatch>() : objects_.front().object;
 }
 

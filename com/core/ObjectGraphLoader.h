@@ -31,6 +31,11 @@ public:
     // `options` as the caller gave them; the saving bit is cleared. `existing` (may be
     // null) receives the root's state instead of a new object.
     ObjectGraphLoader(int32_t options, IDispatch* existing);
+    // A load that never got through Finish resets every object it created, so that
+    // objects loaded before the failure that hold each other (or themselves) are freed.
+    ~ObjectGraphLoader();
+    ObjectGraphLoader(const ObjectGraphLoader&) = delete;
+    ObjectGraphLoader& operator=(const ObjectGraphLoader&) = delete;
 
     // A new object of the class named by a ProgID or "{CLSID}" (ids_LuxFormatter_
     // CantCreateObject_1 when none can be made); the first object asked for is the root,
@@ -61,7 +66,8 @@ public:
     int32_t Options() const noexcept { return options_; }
 
 private:
-    IDispatch* Adopt(ComPtr<IDispatch> object, bool created, uint32_t id, std::string_view name);
+    IDispatch* Adopt(ComPtr<IDispatch> object, bool created, uint32_t id);
+    void CheckNewId(uint32_t id, const CLSID& clsid) const;
     std::string NameOf(const CLSID& clsid) const;
 
     int32_t options_;
@@ -73,6 +79,7 @@ private:
     std::vector<Loaded> objects_;  // in creation order; the root first
     std::unordered_map<uint32_t, IDispatch*> ids_;
     std::vector<std::string> warnings_;
+    bool finished_ = false;
 };
 
 }  // namespace tessaly::core

@@ -72,9 +72,14 @@ ObjectGraphSaver::Visit ObjectGraphSaver::Enter(IUnknown* object) {
     }
     if (ids_.size() >= UINT32_MAX - 1) throw ccStdError::OutOfRange("the number of objects in one graph");
     visit.id = static_cast<uint32_t>(ids_.size() + 1);
-    kept_.reserve(kept_.size() + 1);
-    ids_.emplace(identity.get(), visit.id);
+    IUnknown* key = identity.get();
     kept_.push_back(std::move(identity));
+    try {
+        ids_.emplace(key, visit.id);
+    } catch (...) {
+        kept_.pop_back();
+        throw;
+    }
     return visit;
 }
 
