@@ -3,9 +3,9 @@
 #include <unordered_set>
 
 #include "com/core/CLuxStringCollection.h"
-#include "com/core/ObjectGraphSaver.h"
 #include "com/core/FormatterErrors.h"
 #include "com/core/MessageTable.h"
+#include "com/core/ObjectGraphSaver.h"
 #include "com/core/ccCOMError.h"
 #include "platform/ClassTable.h"
 #include "platform/ErrorInfo.h"
@@ -162,7 +162,9 @@ IDispatch* ObjectGraphLoader::Create(const CLSID& clsid, uint32_t id) {
 
 IDispatch* ObjectGraphLoader::Find(uint32_t id) const noexcept {
     const auto found = ids_.find(id);
-    return found == ids_.end() ? nullptr : found->second;
+    if (found == ids_.end()) return nullptr;
+    referencedAgain_ = true;
+    return found->second;
 }
 
 ComPtr<CLuxArchive> ObjectGraphLoader::NewArchive() const { return CLuxArchive::ForLoading(options_); }
@@ -206,13 +208,18 @@ ComPtr<IDispatch> ObjectGraphLoader::Finish() {
         if (SUCCEEDED(loaded->object->QueryInterface(ILuxPersistArchive::iid, archived.OutVoid())) && archived)
             ThrowIfFailed(archived->PostLoad(loaded->created ? VARIANT_TRUE : VARIANT_FALSE));
     }
-    if (objects_.size() > 1) {
-        // A value no Persist kept (a name the object does not read, say) may hold an
+    if (objects_.size() > 1 && referencedAgain_) {
+        // Only an object met again (by reference) can close a cycle. A value no Persist kept (a name the object does not read, say) may hold an
         // object that holds itself: once the loader lets go nothing reaches it, and only
         // a reset frees it.
-        const ReachedObjects reached(objects_.front().object.get());
-        for (const Loaded& loaded : objects_)
-            if (loaded.created && !reached.Contains(loaded.object.get())) Reset(loaded.object.get(), options_);
+        try {
+            const ReachedObjects reached(objects_.front().object.get());
+            for (const Loaded& loaded : objects_)
+                if (loaded.created && !reached.Contains(loaded.object.get())) Reset(loaded.object.get(), options_);
+        } catch (...) {
+            // A graph that cannot be walked (an object that cannot be saved) stays as loaded.
+            ClearErrorInfo();
+        }
     }
     finished_ = true;
     return objects_.empty() ? ComPtr<IDispatch>() : objects_.front().object;

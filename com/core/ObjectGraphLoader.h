@@ -60,7 +60,8 @@ public:
 
     // PostLoad on every object, the objects created last first (so that sub-objects are
     // complete before the objects that hold them); returns the root (null when the
-    // document held no object).
+    // document held no object). When references were resolved, objects the root does not
+    // reach are reset, so that a cycle among them cannot outlive the load.
     ComPtr<IDispatch> Finish();
 
     int32_t Options() const noexcept { return options_; }
@@ -80,6 +81,7 @@ private:
     std::unordered_map<uint32_t, IDispatch*> ids_;
     std::vector<std::string> warnings_;
     bool finished_ = false;
+    mutable bool referencedAgain_ = false;  // a reference resolved: the graph may have cycles
 };
 
 }  // namespace tessaly::core

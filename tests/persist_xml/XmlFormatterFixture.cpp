@@ -1,0 +1,205 @@
+#include "persist_xml/XmlFormatterFixture.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "platform/ClassTable.h"
+#include "platform/MemoryStream.h"
+#include "platform/SafeArray.h"
+
+namespace tessaly::test {
+
+namespace {
+const CoClassInfo kBlobClass{"XmlTestBlob", XmlTestBlob::kClassId, "A class saved as a block of bytes", true,
+                             XmlTestBlob::kProgId, "Tessaly.XmlTestBlob", nullptr, 0};
+const ClassRegistrar<XmlTestBlob> registrar;
+}  // namespace
+
+const CoClassInfo& XmlTestBlob::CoClass() noexcept { return kBlobClass; }
+
+void* XmlTestBlob::FindInterface(const IID& iid) noexcept {
+    if (iid == IPersist::iid) return static_cast<IPersist*>(static_cast<IPersistStream*>(this));
+    return FindListed(iid);
+}
+
+HRESULT XmlTestBlob::GetTypeInfoCount(UINT* count) {
+    if (!count) return E_POINTER;
+    *count = 0;
+    return S_OK;
+}
+
+HRESULT XmlTestBlob::GetClassID(CLSID* clsid) {
+    if (!clsid) return E_POINTER;
+    *clsid = nullClassId ? GUID_NULL : kClassId;
+    return S_OK;
+}
+
+HRESULT XmlTestBlob::Load(IStream* stream) {
+    STATSTG stat{};
+    HRESULT hr = stream->Stat(&stat, STATFLAG_NONAME);
+    if (FAILED(hr)) return hr;
+    std::vector<uint8_t> loaded(static_cast<size_t>(stat.cbSize));
+    ULONG got = 0;
+    hr = stream->Read(loaded.data(), static_cast<ULONG>(loaded.size()), &got);
+    if (FAILED(hr)) return hr;
+    loaded.resize(got);
+    bytes = std::move(loaded);
+    return S_OK;
+}
+
+HRESULT XmlTestBlob::Save(IStream* stream, BOOL) {
+    return stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), nullptr);
+}
+
+HRESULT XmlTestBlob::GetSizeMax(ULONGLONG* size) {
+    if (!size) return E_POINTER;
+    *size = bytes.size();
+    return S_OK;
+}
+
+HRESULT XmlTestRecord::GetTypeInfoCount(UINT* count) {
+    if (!count) return E_POINTER;
+    *count = 0;
+    return S_OK;
+}
+
+HRESULT XmlTestRecord::Persist(ILuxArchive* archive, LONG options) {
+    if (!(options & luxPersistOptionSaving)) return S_OK;
+    for (auto& [name, value] : values) {
+        const HRESULT hr = archive->PersistVariant(Bstr(name).get(), value.ptr());
+        if (FAILED(hr)) return hr;
+    }
+    return S_OK;
+}
+
+HRESULT XmlTestRecord::get_HasChanged(VARIANT_BOOL* changed) {
+    if (!changed) return E_POINTER;
+    *changed = VARIANT_FALSE;
+    return S_OK;
+}
+
+std::string XmlFormatterTest::Save(IDispatch* object, const char* subFormat, ILuxFormatter* formatter, HRESULT result,
+                                   int32_t options) {
+    ComPtr<ILuxFormatter> own;
+    if (!formatter) {
+        own = NewFormatter();
+        formatter = own.get();
+    }
+    auto stream = ComPtr<MemoryStream>::Attach(MemoryStream::Create());
+    EXPECT_EQ(formatter->Serialize(stream.get(), object, options, Bstr(subFormat).get()), result);
+    return std::string(reinterpret_cast<const char*>(stream->Data()), stream->Size());
+}
+
+XmlFormatterTest::Loaded XmlFormatterTest::Load(std::string_view document, IDispatch* existing,
+                                                ILuxFormatter* formatter, int32_t options) {
+    ComPtr<ILuxFormatter> own;
+    if (!formatter) {
+        own = NewFormatter();
+        formatter = own.get();
+    }
+    ComPtr<IStream> stream;
+    EXPECT_EQ(MemoryStream::Create(document.data(), document.size(), stream.Out()), S_OK);
+    Loaded loaded;
+    ComPtr<ILuxStringCollection> warnings;
+    loaded.result = formatter->Deserialize(stream.get(), existing, options, Bstr("").get(), warnings.Out(),
+                                           loaded.object.Out());
+    loaded.error = TakeErrorInfo();
+    if (SUCCEEDED(loaded.result)) {
+        EXPECT_TRUE(warnings);
+        LONG count = 0;
+        if (warnings) {
+            EXPECT_EQ(warnings->get_Count(&count), S_OK);
+        }
+        for (LONG i = 0; i < count; ++i) loaded.warnings.push_back(ItemText(warnings.get(), i));
+    } else {
+        EXPECT_FALSE(loaded.object) << "a failed load hands back no object";
+        EXPECT_FALSE(warnings) << "a failed load hands back no warnings";
+    }
+    return loaded;
+}
+
+ComPtr<ITestPoint> XmlFormatterTest::NewPoint(double x, double y, const Variant& marker) {
+    auto point = Make<ITestPoint>("Tessaly.TestPoint");
+    EXPECT_EQ(point->put_X(x), S_OK);
+    EXPECT_EQ(point->put_Y(y), S_OK);
+    EXPECT_EQ(point->put_Marker(marker.get()), S_OK);
+    return point;
+}
+
+std::string XmlFormatterTest::PointText(ITestPoint* point) {
+    double x = 0, y = 0;
+    EXPECT_EQ(point->get_X(&x), S_OK);
+    EXPECT_EQ(point->get_Y(&y), S_OK);
+    const Variant marker = Marker(point);
+    return std::to_string(x) + "," + std::to_string(y) + "," + Text(marker.get());
+}
+
+Variant XmlFormatterTest::Marker(ITestPoint* point) {
+    Variant marker;
+    EXPECT_EQ(point->get_Marker(marker.ptr()), S_OK);
+    return marker;
+}
+
+Variant XmlFormatterTest::Item(ILuxCollection* collection, LONG index) {
+    Variant item;
+    EXPECT_EQ(collection->get_Item(Variant(index).get(), item.ptr()), S_OK);
+    return item;
+}
+
+bool XmlFormatterTest::Same(IUnknown* a, IUnknown* b) {
+    if (!a || !b) return a == b;
+    ComPtr<IUnknown> x, y;
+    EXPECT_EQ(a->QueryInterface(IUnknown::iid, x.OutVoid()), S_OK);
+    EXPECT_EQ(b->QueryInterface(IUnknown::iid, y.OutVoid()), S_OK);
+    return x.get() == y.get();
+}
+
+std::string XmlFormatterTest::Dump(const VARIANT& value) {
+    char type[16];
+    std::snprintf(type, sizeof type, "%04X:", unsigned(value.vt));
+    std::string text = type;
+    const VARTYPE element = value.vt & VT_TYPEMASK;
+    if (value.vt & VT_ARRAY) {
+        SAFEARRAY* array = value.parray;
+        if (!array) return text + "nullarray";
+        const UINT dims = SafeArrayGetDim(array);
+        text += "[";
+        for (UINT dim = 1; dim <= dims; ++dim) {
+            LONG lower = 0, upper = 0;
+            EXPECT_EQ(SafeArrayGetLBound(array, dim, &lower), S_OK);
+            EXPECT_EQ(SafeArrayGetUBound(array, dim, &upper), S_OK);
+            text += (dim > 1 ? "," : "") + std::to_string(lower) + ":" + std::to_string(upper);
+        }
+        text += "]{";
+        const size_t count = SafeArrayElementCount(array);
+        const auto* data = static_cast<const uint8_t*>(array->pvData);
+        for (size_t i = 0; i < count; ++i) {
+            const uint8_t* at = data + i * array->cbElements;
+            VARIANT item;
+            VariantInit(&item);
+            if (element == VT_VARIANT) {
+                std::memcpy(&item, at, sizeof item);
+            } else {
+                item.vt = element;
+                std::memcpy(&item.llVal, at, array->cbElements);
+            }
+            text += (i ? "," : "") + Dump(item);  // a view: nothing to release
+        }
+        return text + "}";
+    }
+    switch (element) {
+        case VT_EMPTY: case VT_NULL: return text;
+        case VT_BSTR: return text + "\"" + std::string(BstrView(value.bstrVal)) + "\"";
+        case VT_DISPATCH: case VT_UNKNOWN: return text + (value.punkVal ? "obj" : "null");
+        default: {
+            const size_t size = ReferencedValueSize(element);
+            char bits[40];
+            uint64_t raw = 0;
+            std::memcpy(&raw, &value.llVal, size);
+            std::snprintf(bits, sizeof bits, "%llX", static_cast<unsigned long long>(raw));
+            return text + bits;
+        }
+    }
+}
+
+}  // namespace tessaly::test
