@@ -804,7 +804,10 @@ VARIANT* Variant::Out() noexcept {
     return &value_;
 }
 
-HRESULT Variant::ChangeType(VARTYPE type, USHORT flags) noexcept { return VariantChangeType(&value_, &value_, flags, type); }
+HRESULT Variant::ChangeType(VARTYPE type, USHORT flags) noexcept {
+    if (value_.vt == type && flags == 0) return S_OK;  // nothing to convert: no copy
+    return VariantChangeType(&value_, &value_, flags, type);
+}
 
 HRESULT Variant::CopyTo(VARIANT* destination) const noexcept { return VariantCopy(destination, &value_); }
 

@@ -1,5 +1,6 @@
 #include "com/core/CLuxArchive.h"
 
+#include <algorithm>
 #include <string>
 
 #include "com/core/CLuxCollection.h"
@@ -72,36 +73,44 @@ size_t CLuxArchive::EntryCount() const {
 }
 
 int32_t CLuxArchive::FindLocked(std::string_view name) const noexcept {
-    if (entries_.size() <= kScanned) {
-        const collection::KeyEqual equal;
+    // Hashes first: most names differ, and comparing two numbers is cheaper than folding
+    // two names.
+    const size_t hash = collection::KeyHash()(name);
+    const collection::KeyEqual equal;
+    if (slots_.empty()) {
         for (size_t i = 0; i < entries_.size(); ++i)
-            if (equal(entries_[i].name, name)) return static_cast<int32_t>(i);
+            if (entries_[i].hash == hash && equal(entries_[i].name, name)) return static_cast<int32_t>(i);
         return -1;
     }
-    const auto found = index_.find(name);
-    return found == index_.end() ? -1 : found->second;
+    const size_t mask = slots_.size() - 1;
+    for (size_t slot = hash & mask;; slot = (slot + 1) & mask) {
+        const int32_t at = slots_[slot];
+        if (at < 0) return -1;
+        if (entries_[at].hash == hash && equal(entries_[at].name, name)) return at;
+    }
 }
 
 void CLuxArchive::AppendLocked(std::string_view name, Variant&& value) {
-    entries_.push_back(Entry{std::string(name), std::move(value)});
-    try {
-        // The index starts when scanning stops paying; the names live in the entries, whose
-        // strings may move when the vector grows: the index is rebuilt then.
-        if (entries_.size() > kScanned) {
-            if (index_.size() + 1 != entries_.size() || entries_.capacity() != indexedCapacity_) {
-                index_.clear();
-                for (size_t i = 0; i < entries_.size(); ++i) index_.emplace(entries_[i].name, static_cast<int32_t>(i));
-                indexedCapacity_ = entries_.capacity();
-            } else {
-                index_.emplace(entries_.back().name, static_cast<int32_t>(entries_.size() - 1));
-            }
-        }
-    } catch (...) {
-        entries_.pop_back();
-        index_.clear();
-        indexedCapacity_ = 0;
-        throw;
+    const size_t hash = collection::KeyHash()(name);
+    // Past a few entries, names are found through an open-addressed table of entry
+    // indices, kept at most half full.
+    const size_t count = entries_.size() + 1;
+    std::vector<int32_t> grown;
+    if (count > kScanned && count * 2 > slots_.size()) {
+        grown.assign(std::max<size_t>(64, slots_.size() * 2), -1);
+        for (size_t i = 0; i < entries_.size(); ++i) Place(grown, entries_[i].hash, static_cast<int32_t>(i));
     }
+    entries_.push_back(Entry{std::string(name), hash, std::move(value)});
+    // Nothing below throws: the table and the entries stay in step.
+    if (!grown.empty()) slots_.swap(grown);
+    if (!slots_.empty()) Place(slots_, hash, static_cast<int32_t>(entries_.size() - 1));
+}
+
+void CLuxArchive::Place(std::vector<int32_t>& slots, size_t hash, int32_t index) noexcept {
+    const size_t mask = slots.size() - 1;
+    size_t slot = hash & mask;
+    while (slots[slot] >= 0) slot = (slot + 1) & mask;
+    slots[slot] = index;
 }
 
 void CLuxArchive::CheckLoading(const char* what) const {

@@ -14,7 +14,6 @@
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "TessalyCore.h"
@@ -87,6 +86,7 @@ protected:
 private:
     struct Entry {
         std::string name;
+        size_t hash;    // of the folded name
         Variant value;  // empty while saving
     };
     // Archives of up to this many entries find names by scanning, without an index.
@@ -103,14 +103,14 @@ private:
     int32_t FindLocked(std::string_view name) const noexcept;
     // Appends an entry and keeps the index in step; unchanged on failure.
     void AppendLocked(std::string_view name, Variant&& value);
+    static void Place(std::vector<int32_t>& slots, size_t hash, int32_t index) noexcept;
     int32_t LocateLocked(const collection::KeyOrIndex& wanted) const;
 
     ArchiveWriter* writer_ = nullptr;
     int32_t options_ = 0;
     mutable std::mutex mutex_;
     std::vector<Entry> entries_;
-    std::unordered_map<std::string_view, int32_t, collection::KeyHash, collection::KeyEqual> index_;
-    size_t indexedCapacity_ = 0;  // the entries' capacity when the index was built
+    std::vector<int32_t> slots_;  // entry index per slot, -1 when free; empty while scanning
 };
 
 }  // namespace tessaly::core

@@ -5,7 +5,6 @@
 #include "com/core/CLuxStringCollection.h"
 #include "com/core/FormatterErrors.h"
 #include "com/core/MessageTable.h"
-#include "com/core/ObjectGraphSaver.h"
 #include "com/core/ccCOMError.h"
 #include "platform/ClassTable.h"
 #include "platform/ErrorInfo.h"
@@ -57,10 +56,22 @@ void Reset(IDispatch* object, int32_t options) noexcept {
     }
 }
 
-// The identities of the objects a root reaches, walked as saving walks the graph.
+// The identities of the objects a root reaches through the values their Persist saves.
+// The walk keeps a list of objects still to visit instead of recursing: a document can
+// chain any number of objects, each holding the one before, at a shallow nesting.
 class ReachedObjects final : public ArchiveWriter {
 public:
-    explicit ReachedObjects(IUnknown* root) : saver_(luxPersistOptionAll) { Walk(root); }
+    explicit ReachedObjects(IUnknown* root) {
+        Meet(root);
+        while (!pending_.empty()) {
+            IUnknown* object = pending_.back();
+            pending_.pop_back();
+            ComPtr<ILuxPersistArchive> archived;
+            if (FAILED(object->QueryInterface(ILuxPersistArchive::iid, archived.OutVoid())) || !archived) continue;
+            const ComPtr<CLuxArchive> archive = CLuxArchive::ForSaving(*this, kOptions);
+            ThrowIfFailed(archived->Persist(archive.get(), kOptions));
+        }
+    }
 
     bool Contains(IUnknown* object) const {
         ComPtr<IUnknown> identity;
@@ -70,19 +81,20 @@ public:
     void WriteEntry(std::string_view, const VARIANT& value) override { Value(value); }
 
 private:
-    void Walk(IUnknown* object) {
-        if (!saver_.Enter(object).first) return;
+    static constexpr int32_t kOptions = luxPersistOptionAll | luxPersistOptionSaving;
+
+    void Meet(IUnknown* object) {
         ComPtr<IUnknown> identity;
         ThrowIfFailed(object->QueryInterface(IUnknown::iid, identity.OutVoid()));
-        reached_.insert(identity.get());
-        ComPtr<ILuxPersistArchive> archived;
-        if (SUCCEEDED(object->QueryInterface(ILuxPersistArchive::iid, archived.OutVoid())) && archived)
-            saver_.SaveEntries(object, *this);
+        if (!reached_.insert(identity.get()).second) return;
+        pending_.push_back(identity.get());
+        kept_.push_back(std::move(identity));
     }
 
+    // Arrays of variants nest only as deep as the document does.
     void Value(const VARIANT& value) {
         if (value.vt == VT_DISPATCH || value.vt == VT_UNKNOWN) {
-            if (value.punkVal) Walk(value.punkVal);
+            if (value.punkVal) Meet(value.punkVal);
             return;
         }
         const VARTYPE element = value.vt & ~VT_ARRAY;
@@ -94,12 +106,13 @@ private:
             if (element == VT_VARIANT)
                 Value(static_cast<const VARIANT*>(value.parray->pvData)[i]);
             else if (IUnknown* object = static_cast<IUnknown* const*>(value.parray->pvData)[i])
-                Walk(object);
+                Meet(object);
         }
     }
 
-    ObjectGraphSaver saver_;
-    std::unordered_set<IUnknown*> reached_;  // kept alive by the saver
+    std::unordered_set<IUnknown*> reached_;
+    std::vector<IUnknown*> pending_;
+    std::vector<ComPtr<IUnknown>> kept_;  // the identities stay valid while they are compared
 };
 
 }  // namespace
@@ -174,8 +187,12 @@ void ObjectGraphLoader::LoadEntries(IDispatch* object, CLuxArchive& archive) {
     if (FAILED(object->QueryInterface(ILuxPersistArchive::iid, archived.OutVoid())) || !archived)
         FormatterErrors::Throw(ids_LuxFormatter_NotPersistable);
     ThrowIfFailed(archived->PreLoad());
+    // An object the loader made is in its default state already: resetting it again
+    // would only cost time.
+    const bool created = !existing_ || object != existing_.get();
+    const int32_t options = created ? options_ | luxPersistOptionNoResetOnLoad : options_;
     // The object's own failure (a value of the wrong type, say) is passed on as it is.
-    ThrowIfFailed(archived->Persist(&archive, options_));
+    ThrowIfFailed(archived->Persist(&archive, options));
 }
 
 void ObjectGraphLoader::LoadStream(IDispatch* object, std::span<const uint8_t> bytes) {

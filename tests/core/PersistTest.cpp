@@ -270,5 +270,31 @@ TEST_F(PersistTest, ArchiveMembersRefuseWhatTheirDirectionDoesNotAllow) {
     EXPECT_EQ(loading->get_Item(Variant(2).get(), item.ptr()), e_LuxCollection_InvalidIndex);
 }
 
+TEST_F(PersistTest, LargeArchivesFindEveryNameAndRefuseRepeats) {
+    // Past a few entries names are found through a table that grows as entries come in.
+    auto archive = CLuxArchive::ForLoading(luxPersistOptionAll);
+    constexpr int kCount = 300;
+    for (int i = 0; i < kCount; ++i) archive->AddEntry("Name" + std::to_string(i), Variant(i));
+    EXPECT_THROW(archive->AddEntry("NAME150", Variant(0)), ccArchive::Duplicate);
+    EXPECT_EQ(archive->EntryCount(), static_cast<size_t>(kCount));
+    for (int i = 0; i < kCount; ++i) {
+        LONG index = -2;
+        ASSERT_EQ(archive->FindKey(Bstr("nAmE" + std::to_string(i)).get(), &index), S_OK);
+        EXPECT_EQ(index, i);
+    }
+    LONG index = 0;
+    EXPECT_EQ(archive->FindKey(Bstr("Name300").get(), &index), S_OK);
+    EXPECT_EQ(index, luxNoIndex);
+
+    // A collection of that size round-trips with its keys.
+    auto list = NewCollection();
+    for (int i = 0; i < kCount; ++i)
+        ASSERT_EQ(Add(list.get(), Variant(i), i % 3 ? "" : ("k" + std::to_string(i)).c_str()), S_OK);
+    auto copy = NewCollection();
+    EXPECT_EQ(Load(copy.get(), Save(list.get()).Replay(luxPersistOptionAll).get()), S_OK);
+    EXPECT_EQ(Contents(copy.get()), Contents(list.get()));
+    EXPECT_EQ(FindKey(copy.get(), "K297"), 297);
+}
+
 }  // namespace
 }  // namespace tessaly::test

@@ -30,6 +30,8 @@
 #pragma once
 
 #include <algorithm>
+#include <charconv>
+#include <cstring>
 #include <cstdint>
 #include <memory>
 #include <new>
@@ -68,6 +70,23 @@ struct KeyHash {
 };
 struct KeyEqual {
     bool operator()(std::string_view a, std::string_view b) const noexcept;
+};
+
+// The archive names of a collection's entries, "Item" or "Key" followed by the index in
+// decimal, built without allocating.
+class EntryName {
+public:
+    explicit EntryName(std::string_view prefix) noexcept : length_(prefix.size()) {
+        std::memcpy(text_, prefix.data(), length_);
+    }
+    std::string_view For(size_t index) noexcept {
+        const auto end = std::to_chars(text_ + length_, text_ + sizeof text_, index).ptr;
+        return std::string_view(text_, static_cast<size_t>(end - text_));
+    }
+
+private:
+    char text_[32];
+    size_t length_;
 };
 
 // Items as the VARIANTs an enumerator hands out.
@@ -137,15 +156,16 @@ public:
     // index with no value; the collection announces the load as one Change, without
     // collection events.
     void PersistState(ArchiveAccess& archive) {
+        collection::EntryName item("Item");
+        collection::EntryName key("Key");
         if (archive.Saving()) {
             for (size_t i = 0; i < entries_.size(); ++i) {
-                const std::string index = std::to_string(i);
-                archive.Write("Item" + index, Items::Lend(entries_[i].item));
+                archive.Write(item.For(i), Items::Lend(entries_[i].item));
                 if (!entries_[i].key.empty()) {
-                    VARIANT key{};
-                    key.vt = VT_BSTR;
-                    key.bstrVal = entries_[i].key.get();  // lent
-                    archive.Write("Key" + index, key);
+                    VARIANT text{};
+                    text.vt = VT_BSTR;
+                    text.bstrVal = entries_[i].key.get();  // lent
+                    archive.Write(key.For(i), text);
                 }
             }
             return;
@@ -153,16 +173,15 @@ public:
         auto loaded = std::make_shared<std::vector<Entry>>();
         auto keys = std::make_shared<Keys>();
         for (size_t i = 0;; ++i) {
-            const std::string index = std::to_string(i);
-            Variant item;
-            if (!archive.Read("Item" + index, item)) break;
-            Entry entry{Bstr(), Items::FromArchive(std::move(item), "Item" + index)};
-            Variant key;
-            if (archive.Read("Key" + index, key)) {
-                if (FAILED(key.ChangeType(VT_BSTR)))
-                    throw ccArchive::BadType("the key of item " + index + " is not a string",
-                                             ids_Lux_ReadInvalidProperty_1, {"Key" + index});
-                entry.key = Bstr::Attach(key.Detach().bstrVal);
+            Variant value;
+            if (!archive.Read(item.For(i), value)) break;
+            Entry entry{Bstr(), Items::FromArchive(std::move(value), std::string(item.For(i)))};
+            Variant text;
+            if (archive.Read(key.For(i), text)) {
+                if (FAILED(text.ChangeType(VT_BSTR)))
+                    throw ccArchive::BadType("the key of item " + std::to_string(i) + " is not a string",
+                                             ids_Lux_ReadInvalidProperty_1, {std::string(key.For(i))});
+                entry.key = Bstr::Attach(text.Detach().bstrVal);
             }
             loaded->push_back(std::move(entry));
         }
@@ -175,6 +194,12 @@ public:
             std::swap(entries_, *loaded);
             std::swap(keys_, *keys);
         });
+    }
+
+    // A load's reset: no entries (called with the lock held).
+    void ResetState() noexcept {
+        entries_.clear();
+        keys_.clear();
     }
 
     HRESULT get__NewEnum(IUnknown** Enumerator) override {
