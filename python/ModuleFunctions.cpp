@@ -1,10 +1,13 @@
 #include "ModuleFunctions.h"
 
+#include <span>
 #include <string>
+#include <vector>
 
 #include "ClientObject.h"
 #include "ComError.h"
 #include "EventConnection.h"
+#include "com/core/ObjectPersistence.h"
 #include "platform/ClassTable.h"
 #include "platform/ComPtr.h"
 #include "platform/Module.h"
@@ -46,6 +49,79 @@ void AddEventFunctions(py::module_& module) {
         "returned object is dropped.");
 }
 
+// Persistence: whole object graphs to and from files and bytes. The calls run without the
+// GIL, since a large graph takes a while and its objects may fire events.
+void AddPersistenceFunctions(py::module_& module) {
+    constexpr int32_t kAny = luxPersistFormatAny;
+    constexpr int32_t kAll = luxPersistOptionAll;
+    module.def(
+        "SaveObjectToFile",
+        [](py::handle object, const std::string& path, int32_t format, int32_t options) {
+            IDispatch* dispatch = ClientObject::Dispatch(object.ptr());
+            HRESULT hr;
+            {
+                py::gil_scoped_release unlocked;
+                hr = tessaly::SaveObjectToFile(dispatch, path, format, options);
+            }
+            if (FAILED(hr)) ComError::RaiseFromErrorInfo(hr, "SaveObjectToFile");
+        },
+        py::arg("obj"), py::arg("path"), py::arg("format") = kAny, py::arg("options") = kAll,
+        "SaveObjectToFile(obj, path, format=luxPersistFormatAny, options=luxPersistOptionAll)\n\n"
+        "Saves `obj` and every object it references to the file `path`, replacing the file only once\n"
+        "the whole graph is written. `format` is a LuxPersistFormatConstants value (Any saves binary),\n"
+        "`options` LuxPersistOptionConstants bits.");
+    module.def(
+        "LoadObjectFromFile",
+        [](const std::string& path, int32_t format) {
+            ComPtr<IDispatch> loaded;
+            HRESULT hr;
+            {
+                py::gil_scoped_release unlocked;
+                hr = tessaly::LoadObjectFromFile(path, format, loaded.Out());
+            }
+            if (FAILED(hr)) ComError::RaiseFromErrorInfo(hr, "LoadObjectFromFile");
+            return ClientObject::Wrap(loaded.get());
+        },
+        py::arg("path"), py::arg("format") = kAny,
+        "LoadObjectFromFile(path, format=luxPersistFormatAny) -> object\n\n"
+        "Loads the object graph saved in the file `path`; Any tells binary from XML by the first bytes.");
+    module.def(
+        "SaveObjectToBytes",
+        [](py::handle object, int32_t format, int32_t options) {
+            IDispatch* dispatch = ClientObject::Dispatch(object.ptr());
+            std::vector<uint8_t> bytes;
+            HRESULT hr;
+            {
+                py::gil_scoped_release unlocked;
+                hr = tessaly::SaveObjectToBytes(dispatch, format, options, &bytes);
+            }
+            if (FAILED(hr)) ComError::RaiseFromErrorInfo(hr, "SaveObjectToBytes");
+            return py::bytes(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+        },
+        py::arg("obj"), py::arg("format") = kAny, py::arg("options") = kAll,
+        "SaveObjectToBytes(obj, format=luxPersistFormatAny, options=luxPersistOptionAll) -> bytes\n\n"
+        "The archive of `obj` and every object it references, as bytes.");
+    module.def(
+        "LoadObjectFromBytes",
+        [](py::buffer data, int32_t format) {
+            const py::buffer_info info = data.request();
+            if (info.itemsize != 1 || info.ndim != 1 || info.strides[0] != 1)
+                throw py::type_error("LoadObjectFromBytes: data must be bytes, bytearray or a contiguous byte buffer");
+            const std::span<const uint8_t> bytes(static_cast<const uint8_t*>(info.ptr), static_cast<size_t>(info.size));
+            ComPtr<IDispatch> loaded;
+            HRESULT hr;
+            {
+                py::gil_scoped_release unlocked;
+                hr = tessaly::LoadObjectFromBytes(bytes, format, loaded.Out());
+            }
+            if (FAILED(hr)) ComError::RaiseFromErrorInfo(hr, "LoadObjectFromBytes");
+            return ClientObject::Wrap(loaded.get());
+        },
+        py::arg("data"), py::arg("format") = kAny,
+        "LoadObjectFromBytes(data, format=luxPersistFormatAny) -> object\n\n"
+        "Loads the object graph saved in `data` (bytes, bytearray or any contiguous byte buffer).");
+}
+
 // The library's run time: what tests and diagnostics read.
 void AddRuntimeFunctions(py::module_& module) {
     module.def(
@@ -60,6 +136,7 @@ void AddRuntimeFunctions(py::module_& module) {
 void AddModuleFunctions(py::module_& module) {
     AddObjectFunctions(module);
     AddEventFunctions(module);
+    AddPersistenceFunctions(module);
     AddRuntimeFunctions(module);
 }
 
