@@ -666,6 +666,11 @@ void VariantInit(VARIANTARG* value) noexcept {
 
 HRESULT VariantClear(VARIANTARG* value) noexcept {
     if (!value) return E_INVALIDARG;
+    // Empty values, numbers, currency and dates own nothing: the common case, kept short.
+    if (value->vt <= VT_DATE) {
+        VariantInit(value);
+        return S_OK;
+    }
     if (!IsValidType(value->vt)) return DISP_E_BADVARTYPE;
     if (!(value->vt & VT_BYREF)) {
         if (value->vt & VT_ARRAY) {

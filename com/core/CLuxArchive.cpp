@@ -52,10 +52,11 @@ ComPtr<CLuxArchive> CLuxArchive::ForLoading(int32_t options) {
 
 void CLuxArchive::AddEntry(std::string_view name, Variant&& value) {
     CheckLoading("AddEntry");
+    const size_t hash = collection::KeyHash()(name);
     std::lock_guard lock(mutex_);
-    if (FindLocked(name) >= 0)
+    if (FindLocked(name, hash) >= 0)
         throw ccArchive::Duplicate("the name " + CollectionErrors::Quote(name) + " is stored twice in one object");
-    AppendLocked(name, std::move(value));
+    AppendLocked(name, hash, std::move(value));
 }
 
 bool CLuxArchive::TakeEntry(std::string_view name, Variant& value) {
@@ -73,9 +74,12 @@ size_t CLuxArchive::EntryCount() const {
 }
 
 int32_t CLuxArchive::FindLocked(std::string_view name) const noexcept {
+    return FindLocked(name, collection::KeyHash()(name));
+}
+
+int32_t CLuxArchive::FindLocked(std::string_view name, size_t hash) const noexcept {
     // Hashes first: most names differ, and comparing two numbers is cheaper than folding
     // two names.
-    const size_t hash = collection::KeyHash()(name);
     const collection::KeyEqual equal;
     if (slots_.empty()) {
         for (size_t i = 0; i < entries_.size(); ++i)
@@ -90,8 +94,8 @@ int32_t CLuxArchive::FindLocked(std::string_view name) const noexcept {
     }
 }
 
-void CLuxArchive::AppendLocked(std::string_view name, Variant&& value) {
-    const size_t hash = collection::KeyHash()(name);
+void CLuxArchive::AppendLocked(std::string_view name, size_t hash, Variant&& value) {
+    if (entries_.capacity() == 0) entries_.reserve(16);  // most objects have a handful of values
     // Past a few entries, names are found through an open-addressed table of entry
     // indices, kept at most half full.
     const size_t count = entries_.size() + 1;
@@ -126,10 +130,11 @@ void CLuxArchive::Write(std::string_view name, const VARIANT& value) {
     const VARIANT& resolved = value.vt == (VT_BYREF | VT_VARIANT) && value.pvarVal ? *value.pvarVal : value;
     if ((options_ & luxPersistOptionSaveObjectsOnly) && !IsObject(resolved.vt)) return;
     {
+        const size_t hash = collection::KeyHash()(name);
         std::lock_guard lock(mutex_);
-        if (FindLocked(name) >= 0)
+        if (FindLocked(name, hash) >= 0)
             throw ccArchive::Duplicate("the name " + CollectionErrors::Quote(name) + " is written twice by one object");
-        AppendLocked(name, Variant());
+        AppendLocked(name, hash, Variant());
     }
     // Outside the lock: the writer saves sub-objects, whose Persist may take a while.
     if (resolved.vt & VT_BYREF) {

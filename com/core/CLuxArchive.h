@@ -101,8 +101,10 @@ private:
     void CheckSaving(const char* what) const;
     // Index of a name, or -1; call with the mutex held.
     int32_t FindLocked(std::string_view name) const noexcept;
-    // Appends an entry and keeps the index in step; unchanged on failure.
-    void AppendLocked(std::string_view name, Variant&& value);
+    int32_t FindLocked(std::string_view name, size_t hash) const noexcept;
+    // Appends an entry (its name's hash given) and keeps the index in step; unchanged on
+    // failure.
+    void AppendLocked(std::string_view name, size_t hash, Variant&& value);
     static void Place(std::vector<int32_t>& slots, size_t hash, int32_t index) noexcept;
     int32_t LocateLocked(const collection::KeyOrIndex& wanted) const;
 

@@ -42,6 +42,11 @@ ArchiveAccess::ArchiveAccess(ILuxArchive* archive, int32_t options)
     if (!archive) throw ccStdError::NullArgument("Archive");
 }
 
+size_t ArchiveAccess::StoredCount() const {
+    if (own_) return own_->EntryCount();
+    return 0;
+}
+
 void ArchiveAccess::Write(std::string_view name, const VARIANT& value) {
     if (own_) {
         own_->Write(name, value);

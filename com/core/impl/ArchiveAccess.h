@@ -50,6 +50,9 @@ public:
         return content == Content::Always || (options_ & static_cast<int32_t>(content)) != 0;
     }
     ILuxArchive* Archive() const noexcept { return archive_; }
+    // Loading: how many values the archive holds (0 when it cannot say cheaply), for
+    // reserving room.
+    size_t StoredCount() const;
 
     void Persist(std::string_view name, uint8_t& value, Content content = Content::Always);
     void Persist(std::string_view name, int16_t& value, Content content = Content::Always);

@@ -170,8 +170,17 @@ public:
             }
             return;
         }
-        auto loaded = std::make_shared<std::vector<Entry>>();
-        auto keys = std::make_shared<Keys>();
+        // Entries and their key index are built aside and swapped in by the commit.
+        struct Loaded {
+            std::vector<Entry> entries;
+            Keys keys;
+        };
+        auto built = std::make_shared<Loaded>();
+        const size_t stored = archive.StoredCount();  // items and keys: a bound on the items
+        built->entries.reserve(stored);
+        built->keys.reserve(stored);
+        std::vector<Entry>* loaded = &built->entries;
+        Keys* keys = &built->keys;
         for (size_t i = 0;; ++i) {
             Variant value;
             if (!archive.Read(item.For(i), value)) break;
@@ -190,9 +199,9 @@ public:
             if (!key.empty() && !keys->emplace(key.view(), static_cast<int32_t>(i)).second)
                 throw ccArchive::BadContent("the key " + CollectionErrors::Quote(key.view()) + " is stored for two items");
         }
-        archive.OnCommit([this, loaded, keys] {
-            std::swap(entries_, *loaded);
-            std::swap(keys_, *keys);
+        archive.OnCommit([this, built] {
+            std::swap(entries_, built->entries);
+            std::swap(keys_, built->keys);
         });
     }
 
