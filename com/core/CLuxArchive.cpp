@@ -53,7 +53,7 @@ ComPtr<CLuxArchive> CLuxArchive::ForLoading(int32_t options) {
 void CLuxArchive::AddEntry(std::string_view name, Variant&& value) {
     CheckLoading("AddEntry");
     const size_t hash = collection::KeyHash()(name);
-    std::lock_guard lock(mutex_);
+    ObjectLock::Guard lock(lock_);
     if (FindLocked(name, hash) >= 0)
         throw ccArchive::Duplicate("the name " + CollectionErrors::Quote(name) + " is stored twice in one object");
     AppendLocked(name, hash, std::move(value));
@@ -61,7 +61,7 @@ void CLuxArchive::AddEntry(std::string_view name, Variant&& value) {
 
 bool CLuxArchive::TakeEntry(std::string_view name, Variant& value) {
     CheckLoading("TakeEntry");
-    std::lock_guard lock(mutex_);
+    ObjectLock::Guard lock(lock_);
     const int32_t at = FindLocked(name);
     if (at < 0) return false;
     value = std::move(entries_[at].value);
@@ -69,7 +69,7 @@ bool CLuxArchive::TakeEntry(std::string_view name, Variant& value) {
 }
 
 size_t CLuxArchive::EntryCount() const {
-    std::lock_guard lock(mutex_);
+    ObjectLock::Guard lock(lock_);
     return entries_.size();
 }
 
@@ -131,7 +131,7 @@ void CLuxArchive::Write(std::string_view name, const VARIANT& value) {
     if ((options_ & luxPersistOptionSaveObjectsOnly) && !IsObject(resolved.vt)) return;
     {
         const size_t hash = collection::KeyHash()(name);
-        std::lock_guard lock(mutex_);
+        ObjectLock::Guard lock(lock_);
         if (FindLocked(name, hash) >= 0)
             throw ccArchive::Duplicate("the name " + CollectionErrors::Quote(name) + " is written twice by one object");
         AppendLocked(name, hash, Variant());
@@ -150,7 +150,7 @@ bool CLuxArchive::Read(std::string_view name, VARTYPE vt, Variant& value, int32_
     CheckLoading("Reading a value");
     Variant stored;
     {
-        std::lock_guard lock(mutex_);
+        ObjectLock::Guard lock(lock_);
         const int32_t at = FindLocked(name);
         if (at < 0) return false;
         stored = entries_[at].value;
@@ -271,7 +271,7 @@ HRESULT CLuxArchive::get__NewEnum(IUnknown** Enumerator) {
         CheckLoading("_NewEnum");
         CLuxEnumVariant::Items snapshot;
         {
-            std::lock_guard lock(mutex_);
+            ObjectLock::Guard lock(lock_);
             snapshot.reserve(entries_.size());
             for (const Entry& entry : entries_) snapshot.push_back(entry.value);
         }
@@ -285,7 +285,7 @@ HRESULT CLuxArchive::get__NewEnum(IUnknown** Enumerator) {
 HRESULT CLuxArchive::get_Count(LONG* Count) {
     return Guarded("Count", ILuxArchive::iid, [&] {
         if (!Count) return E_POINTER;
-        std::lock_guard lock(mutex_);
+        ObjectLock::Guard lock(lock_);
         *Count = static_cast<LONG>(entries_.size());
         return S_OK;
     });
@@ -310,7 +310,7 @@ HRESULT CLuxArchive::get_Item(VARIANT KeyOrIndex, VARIANT* Item) {
         const auto wanted = collection::ReadKeyOrIndex(KeyOrIndex);
         Variant copy;
         {
-            std::lock_guard lock(mutex_);
+            ObjectLock::Guard lock(lock_);
             copy = entries_[LocateLocked(wanted)].value;
         }
         *Item = copy.Detach();
@@ -325,7 +325,7 @@ HRESULT CLuxArchive::FindItem(VARIANT Item, LONG* Index) {
         CheckLoading("FindItem");
         Variant wanted;
         ThrowIfFailed(VariantCopyInd(wanted.Out(), &Item));
-        std::lock_guard lock(mutex_);
+        ObjectLock::Guard lock(lock_);
         for (size_t i = 0; i < entries_.size(); ++i) {
             if (SameCollectionItem(entries_[i].value.get(), wanted.get())) {
                 *Index = static_cast<LONG>(i);
@@ -342,7 +342,7 @@ HRESULT CLuxArchive::get_Key(LONG Index, BSTR* Key) {
         *Key = nullptr;
         Bstr copy;
         {
-            std::lock_guard lock(mutex_);
+            ObjectLock::Guard lock(lock_);
             const auto count = static_cast<int32_t>(entries_.size());
             if (Index < 0 || Index >= count) CollectionErrors::ThrowInvalidIndex(Index, count);
             copy = Bstr(entries_[Index].name);
@@ -355,7 +355,7 @@ HRESULT CLuxArchive::get_Key(LONG Index, BSTR* Key) {
 HRESULT CLuxArchive::FindKey(BSTR Key, LONG* Index) {
     return Guarded("FindKey", ILuxArchive::iid, [&] {
         if (!Index) return E_POINTER;
-        std::lock_guard lock(mutex_);
+        ObjectLock::Guard lock(lock_);
         *Index = BstrView(Key).empty() ? luxNoIndex : FindLocked(BstrView(Key));
         return S_OK;
     });

@@ -11,13 +11,13 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "TessalyCore.h"
 #include "com/core/ArchiveWriter.h"
+#include "com/core/impl/ObjectLock.h"
 #include "com/core/impl/ccCollectionImpl.h"
 #include "platform/Bstr.h"
 #include "platform/ComObject.h"
@@ -99,7 +99,7 @@ private:
 
     void CheckLoading(const char* what) const;
     void CheckSaving(const char* what) const;
-    // Index of a name, or -1; call with the mutex held.
+    // Index of a name, or -1; call with the lock held.
     int32_t FindLocked(std::string_view name) const noexcept;
     int32_t FindLocked(std::string_view name, size_t hash) const noexcept;
     // Appends an entry (its name's hash given) and keeps the index in step; unchanged on
@@ -110,7 +110,7 @@ private:
 
     ArchiveWriter* writer_ = nullptr;
     int32_t options_ = 0;
-    mutable std::mutex mutex_;
+    mutable ObjectLock lock_;  // the objects' own lock: nearly free while one thread uses it
     std::vector<Entry> entries_;
     std::vector<int32_t> slots_;  // entry index per slot, -1 when free; empty while scanning
 };
