@@ -20,16 +20,16 @@ struct EscapeTables {
 constexpr EscapeTables MakeEscapeTables() {
     EscapeTables t{};
     for (int c = 0; c < 0x20; ++c) t.text[c] = t.attribute[c] = 1;
-    t.text['\t'] = t.text['\n'] = 0;
+    t.text[static_cast<unsigned char>('\t')] = t.text[static_cast<unsigned char>('\n')] = 0;
     for (unsigned char c : {'<', '>', '&'}) t.text[c] = t.attribute[c] = 1;
-    t.attribute['"'] = 1;
+    t.attribute[static_cast<unsigned char>('"')] = 1;
     for (int c = 'A'; c <= 'Z'; ++c) t.nameStart[c] = 1;
     for (int c = 'a'; c <= 'z'; ++c) t.nameStart[c] = 1;
-    t.nameStart['_'] = t.nameStart[':'] = 1;
+    t.nameStart[static_cast<unsigned char>('_')] = t.nameStart[static_cast<unsigned char>(':')] = 1;
     for (int c = 0x80; c < 0x100; ++c) t.nameStart[c] = 1;
     for (int c = 0; c < 256; ++c) t.name[c] = t.nameStart[c];
     for (int c = '0'; c <= '9'; ++c) t.name[c] = 1;
-    t.name['-'] = t.name['.'] = 1;
+    t.name[static_cast<unsigned char>('-')] = t.name[static_cast<unsigned char>('.')] = 1;
     return t;
 }
 

@@ -23,6 +23,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "platform/DestructionQueue.h"
 #include "platform/Module.h"
 #include "platform/StandardInterfaces.h"
 
@@ -101,7 +102,7 @@ public:
             // A destructor that hands `this` to someone (who AddRefs and Releases it) must
             // not bring the count to zero a second time.
             refs_.store(kDestroying, std::memory_order_relaxed);
-            delete this;
+            DestructionQueue::Run(this, &DeleteObject);
         }
         return remaining;
     }
@@ -163,6 +164,8 @@ protected:
     ULONG ReferenceCount() const noexcept { return refs_.load(std::memory_order_relaxed); }
 
 private:
+    static void DeleteObject(void* object) noexcept { delete static_cast<UnknownObject*>(object); }
+
     static constexpr ULONG kDestroying = 0x40000000u;
     std::atomic<ULONG> refs_{0};
 };

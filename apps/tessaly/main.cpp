@@ -1,22 +1,86 @@
-// The command-line program: browsing the type library now; inspection requests, archive
-// dumps and conversions join as the library grows.
+// The command-line program: browsing the type library, dumping and converting archives;
+// inspection requests join as the library grows.
 #include <iostream>
+#include <sstream>
 #include <string_view>
+#include <vector>
 
+#include "ArchiveConverter.h"
+#include "ArchiveDumper.h"
+#include "FailureReport.h"
+#include "GraphRelease.h"
 #include "TypeLibraryBrowser.h"
 #include "TessalyCore.h"
+#include "com/core/ObjectPersistence.h"
+#include "platform/ComPtr.h"
 #include "platform/TypeLibraryRegistry.h"
 
 namespace {
 
 constexpr int kUsageError = 2;
 
+constexpr const char* kDumpUsage = "usage: tessaly dump FILE\n";
+constexpr const char* kConvertUsage = "usage: tessaly convert IN OUT [--format xml|xml-linebreaks|binary]\n";
+
 void PrintUsage(std::ostream& out) {
     out << "usage: tessaly <command> [arguments]\n"
            "\n"
            "commands:\n"
            "  typelib [NAME]   list the type library, or print one interface, enumeration or coclass\n"
+           "  dump FILE        print the object tree of an archive (XML or binary)\n"
+           "  convert IN OUT [--format xml|xml-linebreaks|binary]\n"
+           "                   load an archive and save it in another format (binary by default)\n"
            "  help             print this text\n";
+}
+
+int RunDump(int argc, char** argv) {
+    if (argc != 1) {
+        std::cerr << kDumpUsage;
+        return kUsageError;
+    }
+    const std::string_view path = argv[0];
+    tessaly::ComPtr<IDispatch> root;
+    const HRESULT loaded = tessaly::LoadObjectFromFile(path, luxPersistFormatAny, root.Out());
+    if (FAILED(loaded)) return tessaly::cli::FailureReport::Print(std::cerr, path, loaded);
+    // Printed only once complete: a dump that fails halfway prints nothing but the reason.
+    std::ostringstream tree;
+    tessaly::cli::ArchiveDumper dumper(tree);
+    const HRESULT dumped = dumper.Dump(root.get());
+    const int status = FAILED(dumped) ? tessaly::cli::FailureReport::Print(std::cerr, path, dumped) : 0;
+    tessaly::cli::GraphRelease::Release(std::move(root));
+    if (status == 0) std::cout << tree.str() << std::flush;
+    return status;
+}
+
+int RunConvert(int argc, char** argv) {
+    std::vector<std::string_view> files;
+    int32_t format = luxPersistFormatBinary;
+    for (int i = 0; i < argc; ++i) {
+        std::string_view argument = argv[i];
+        std::string_view name;
+        if (argument == "--format" && i + 1 < argc) {
+            name = argv[++i];
+        } else if (argument.starts_with("--format=")) {
+            name = argument.substr(9);
+        } else if (argument.starts_with("--") && argument.size() > 2) {
+            std::cerr << "tessaly convert: unknown option '" << argument << "'\n" << kConvertUsage;
+            return kUsageError;
+        } else {
+            files.push_back(argument);
+            continue;
+        }
+        const auto parsed = tessaly::cli::ArchiveConverter::ParseFormat(name);
+        if (!parsed) {
+            std::cerr << "tessaly convert: unknown format '" << name << "'\n" << kConvertUsage;
+            return kUsageError;
+        }
+        format = *parsed;
+    }
+    if (files.size() != 2) {
+        std::cerr << kConvertUsage;
+        return kUsageError;
+    }
+    return tessaly::cli::ArchiveConverter::Convert(files[0], files[1], format, std::cerr);
 }
 
 int RunTypeLibrary(int argc, char** argv) {
@@ -46,6 +110,8 @@ int main(int argc, char** argv) {
     }
     const std::string_view command = argv[1];
     if (command == "typelib") return RunTypeLibrary(argc - 2, argv + 2);
+    if (command == "dump") return RunDump(argc - 2, argv + 2);
+    if (command == "convert") return RunConvert(argc - 2, argv + 2);
     if (command == "help" || command == "--help" || command == "-h") {
         PrintUsage(std::cout);
         return 0;

@@ -1,0 +1,32 @@
+#include "ArchiveConverter.h"
+
+#include "FailureReport.h"
+#include "GraphRelease.h"
+#include "TessalyCore.h"
+#include "com/core/ObjectPersistence.h"
+#include "platform/ComPtr.h"
+
+namespace tessaly::cli {
+
+std::optional<int32_t> ArchiveConverter::ParseFormat(std::string_view name) noexcept {
+    if (name == "xml") return luxPersistFormatXML;
+    if (name == "xml-linebreaks") return luxPersistFormatXMLWithLineBreaks;
+    if (name == "binary") return luxPersistFormatBinary;
+    return std::nullopt;
+}
+
+int ArchiveConverter::Convert(std::string_view input, std::string_view output, int32_t format, std::ostream& errors) {
+    ComPtr<IDispatch> root;
+    HRESULT result = LoadObjectFromFile(input, luxPersistFormatAny, root.Out());
+    if (FAILED(result)) return FailureReport::Print(errors, input, result);
+    result = SaveObjectToFile(root.get(), output, format, luxPersistOptionAll);
+    if (FAILED(result)) {
+        const int status = FailureReport::Print(errors, output, result);  // before the release touches error info
+        GraphRelease::Release(std::move(root));
+        return status;
+    }
+    GraphRelease::Release(std::move(root));
+    return 0;
+}
+
+}  // namespace tessaly::cli

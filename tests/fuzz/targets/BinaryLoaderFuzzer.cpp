@@ -1,0 +1,12 @@
+// libFuzzer target: the binary loader on any bytes. Each input must load or fail with
+// error info, and leave no object alive once its graph is released.
+#include <cstddef>
+#include <cstdint>
+
+#include "TessalyCore.h"
+#include "hostile/HostileLoad.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    tessaly::test::HostileLoad::RunOrAbort({data, size}, luxPersistFormatBinary);
+    return 0;
+}
