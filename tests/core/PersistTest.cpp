@@ -267,7 +267,9 @@ TEST_F(PersistTest, ArchiveMembersRefuseWhatTheirDirectionDoesNotAllow) {
     EXPECT_EQ(index, 0);
     EXPECT_EQ(loading->get_Item(Variant("name").get(), item.ptr()), S_OK);
     EXPECT_EQ(Text(item.get()), "cam");
-    EXPECT_EQ(loading->get_Item(Variant(2).get(), item.ptr()), e_LuxCollection_InvalidIndex);
+    Variant missing;  // an [out] argument holds nothing the callee must free
+    EXPECT_EQ(loading->get_Item(Variant(2).get(), missing.ptr()), e_LuxCollection_InvalidIndex);
+    EXPECT_EQ(missing.get().vt, VT_EMPTY);
 }
 
 TEST_F(PersistTest, LargeArchivesFindEveryNameAndRefuseRepeats) {
