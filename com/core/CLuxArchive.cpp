@@ -52,11 +52,10 @@ ComPtr<CLuxArchive> CLuxArchive::ForLoading(int32_t options) {
 
 void CLuxArchive::AddEntry(std::string_view name, Variant&& value) {
     CheckLoading("AddEntry");
-    const size_t hash = collection::KeyHash()(name);
     ObjectLock::Guard lock(lock_);
-    if (FindLocked(name, hash) >= 0)
+    if (FindLocked(name) >= 0)
         throw ccArchive::Duplicate("the name " + CollectionErrors::Quote(name) + " is stored twice in one object");
-    AppendLocked(name, hash, std::move(value));
+    AppendLocked(name, std::move(value));
 }
 
 bool CLuxArchive::TakeEntry(std::string_view name, Variant& value) {
@@ -73,48 +72,14 @@ size_t CLuxArchive::EntryCount() const {
     return entries_.size();
 }
 
-int32_t CLuxArchive::FindLocked(std::string_view name) const noexcept {
-    return FindLocked(name, collection::KeyHash()(name));
-}
-
-int32_t CLuxArchive::FindLocked(std::string_view name, size_t hash) const noexcept {
-    // Hashes first: most names differ, and comparing two numbers is cheaper than folding
-    // two names.
-    const collection::KeyEqual equal;
-    if (slots_.empty()) {
-        for (size_t i = 0; i < entries_.size(); ++i)
-            if (entries_[i].hash == hash && equal(entries_[i].name, name)) return static_cast<int32_t>(i);
-        return -1;
-    }
-    const size_t mask = slots_.size() - 1;
-    for (size_t slot = hash & mask;; slot = (slot + 1) & mask) {
-        const int32_t at = slots_[slot];
-        if (at < 0) return -1;
-        if (entries_[at].hash == hash && equal(entries_[at].name, name)) return at;
-    }
-}
-
-void CLuxArchive::AppendLocked(std::string_view name, size_t hash, Variant&& value) {
+void CLuxArchive::AppendLocked(std::string_view name, Variant&& value) {
     if (entries_.capacity() == 0) entries_.reserve(16);  // most objects have a handful of values
-    // Past a few entries, names are found through an open-addressed table of entry
-    // indices, kept at most half full.
-    const size_t count = entries_.size() + 1;
-    std::vector<int32_t> grown;
-    if (count > kScanned && count * 2 > slots_.size()) {
-        grown.assign(std::max<size_t>(64, slots_.size() * 2), -1);
-        for (size_t i = 0; i < entries_.size(); ++i) Place(grown, entries_[i].hash, static_cast<int32_t>(i));
-    }
-    entries_.push_back(Entry{std::string(name), hash, std::move(value)});
-    // Nothing below throws: the table and the entries stay in step.
-    if (!grown.empty()) slots_.swap(grown);
-    if (!slots_.empty()) Place(slots_, hash, static_cast<int32_t>(entries_.size() - 1));
-}
-
-void CLuxArchive::Place(std::vector<int32_t>& slots, size_t hash, int32_t index) noexcept {
-    const size_t mask = slots.size() - 1;
-    size_t slot = hash & mask;
-    while (slots[slot] >= 0) slot = (slot + 1) & mask;
-    slots[slot] = index;
+    if (entries_.size() == entries_.capacity()) entries_.reserve(entries_.size() * 2);
+    names_.Reserve(entries_, entries_.size() + 1);
+    // Nothing below throws: the names and their index stay in step.
+    const size_t before = entries_.size();
+    entries_.push_back(Entry{Name{std::string(name)}, std::move(value)});
+    names_.Inserted(static_cast<int32_t>(before), name, before);
 }
 
 void CLuxArchive::CheckLoading(const char* what) const {
@@ -130,11 +95,10 @@ void CLuxArchive::Write(std::string_view name, const VARIANT& value) {
     const VARIANT& resolved = value.vt == (VT_BYREF | VT_VARIANT) && value.pvarVal ? *value.pvarVal : value;
     if ((options_ & luxPersistOptionSaveObjectsOnly) && !IsObject(resolved.vt)) return;
     {
-        const size_t hash = collection::KeyHash()(name);
         ObjectLock::Guard lock(lock_);
-        if (FindLocked(name, hash) >= 0)
+        if (FindLocked(name) >= 0)
             throw ccArchive::Duplicate("the name " + CollectionErrors::Quote(name) + " is written twice by one object");
-        AppendLocked(name, hash, Variant());
+        AppendLocked(name, Variant());
     }
     // Outside the lock: the writer saves sub-objects, whose Persist may take a while.
     if (resolved.vt & VT_BYREF) {
@@ -345,7 +309,7 @@ HRESULT CLuxArchive::get_Key(LONG Index, BSTR* Key) {
             ObjectLock::Guard lock(lock_);
             const auto count = static_cast<int32_t>(entries_.size());
             if (Index < 0 || Index >= count) CollectionErrors::ThrowInvalidIndex(Index, count);
-            copy = Bstr(entries_[Index].name);
+            copy = Bstr(entries_[Index].key.text);
         }
         *Key = copy.Detach();
         return S_OK;

@@ -17,6 +17,7 @@
 
 #include "TessalyCore.h"
 #include "com/core/ArchiveWriter.h"
+#include "com/core/impl/KeyIndex.h"
 #include "com/core/impl/ObjectLock.h"
 #include "com/core/impl/ccCollectionImpl.h"
 #include "platform/Bstr.h"
@@ -84,13 +85,14 @@ protected:
     ~CLuxArchive() override = default;
 
 private:
+    struct Name {
+        std::string text;
+        std::string_view view() const noexcept { return text; }
+    };
     struct Entry {
-        std::string name;
-        size_t hash;    // of the folded name
+        Name key;
         Variant value;  // empty while saving
     };
-    // Archives of up to this many entries find names by scanning, without an index.
-    static constexpr size_t kScanned = 16;
 
     // A scalar Persist member: saving hands `value` on as `vt`; loading converts the stored
     // value to `vt` and stores it through `store`.
@@ -100,19 +102,16 @@ private:
     void CheckLoading(const char* what) const;
     void CheckSaving(const char* what) const;
     // Index of a name, or -1; call with the lock held.
-    int32_t FindLocked(std::string_view name) const noexcept;
-    int32_t FindLocked(std::string_view name, size_t hash) const noexcept;
-    // Appends an entry (its name's hash given) and keeps the index in step; unchanged on
-    // failure.
-    void AppendLocked(std::string_view name, size_t hash, Variant&& value);
-    static void Place(std::vector<int32_t>& slots, size_t hash, int32_t index) noexcept;
+    int32_t FindLocked(std::string_view name) const noexcept { return names_.Find(name, entries_); }
+    // Appends an entry under a name it does not have yet; unchanged on failure.
+    void AppendLocked(std::string_view name, Variant&& value);
     int32_t LocateLocked(const collection::KeyOrIndex& wanted) const;
 
     ArchiveWriter* writer_ = nullptr;
     int32_t options_ = 0;
     mutable ObjectLock lock_;  // the objects' own lock: nearly free while one thread uses it
     std::vector<Entry> entries_;
-    std::vector<int32_t> slots_;  // entry index per slot, -1 when free; empty while scanning
+    collection::KeyIndex names_;
 };
 
 }  // namespace tessaly::core

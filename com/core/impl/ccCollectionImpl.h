@@ -16,9 +16,9 @@
 //     class CLuxThings : public ccCollectionImpl<CLuxThings, ILuxThings, ThingItems> { ... };
 //
 // Keys: the empty key means "no key" (any number of entries may have none); keys compare
-// case-insensitively (ASCII); a non-empty key is unique. A hash index from the folded key
-// to the entry's index makes FindKey and access by key O(1) on average; the index is kept
-// in step on every insertion, removal, move and key change.
+// case-insensitively (ASCII); a non-empty key is unique. Past a handful of entries a hash
+// index (KeyIndex) makes FindKey and access by key O(1) on average; it is kept in step on
+// every insertion, removal, move and key change.
 //
 // A change runs in this order: read and copy the arguments; when sinks are connected,
 // validate under the lock and send the pre-event (the negated event ID) outside it, which
@@ -37,7 +37,6 @@
 #include <new>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -46,6 +45,7 @@
 #include "com/core/CollectionErrors.h"
 #include "com/core/EventDeliveryService.h"
 #include "com/core/impl/ILuxObjectImplBase.h"
+#include "com/core/impl/KeyIndex.h"
 #include "persist/ccArchive.h"
 #include "platform/Bstr.h"
 #include "platform/Variant.h"
@@ -63,14 +63,6 @@ struct KeyOrIndex {
     int32_t index = 0;
 };
 KeyOrIndex ReadKeyOrIndex(const VARIANT& argument);
-
-// Keys compare and hash with ASCII letters folded to lower case.
-struct KeyHash {
-    size_t operator()(std::string_view key) const noexcept;
-};
-struct KeyEqual {
-    bool operator()(std::string_view a, std::string_view b) const noexcept;
-};
 
 // The archive names of a collection's entries, "Item" or "Key" followed by the index in
 // decimal, built without allocating.
@@ -142,13 +134,11 @@ public:
             copied = static_cast<const ccCollectionImpl&>(source).entries_;
         }
         for (Entry& entry : copied) entry.item = Items::Clone(std::move(entry.item));
-        Keys keys;
-        keys.reserve(copied.size());
-        for (size_t i = 0; i < copied.size(); ++i)
-            if (!copied[i].key.empty()) keys.emplace(copied[i].key.view(), static_cast<int32_t>(i));
+        collection::KeyIndex keys;
+        keys.Build(copied);  // the source's keys are unique
         ObjectLock::Guard guard(this->Lock());
         std::swap(entries_, copied);
-        std::swap(keys_, keys);
+        keys_.swap(keys);
     }
 
     // Persistence: entry i as the value "Item<i>" and, when it has a key, the string
@@ -173,14 +163,12 @@ public:
         // Entries and their key index are built aside and swapped in by the commit.
         struct Loaded {
             std::vector<Entry> entries;
-            Keys keys;
+            collection::KeyIndex keys;
         };
         auto built = std::make_shared<Loaded>();
         const size_t stored = archive.StoredCount();  // items and keys: a bound on the items
         built->entries.reserve(stored);
-        built->keys.reserve(stored);
         std::vector<Entry>* loaded = &built->entries;
-        Keys* keys = &built->keys;
         for (size_t i = 0;; ++i) {
             Variant value;
             if (!archive.Read(item.For(i), value)) break;
@@ -194,21 +182,20 @@ public:
             }
             loaded->push_back(std::move(entry));
         }
-        for (size_t i = 0; i < loaded->size(); ++i) {
-            const Bstr& key = (*loaded)[i].key;
-            if (!key.empty() && !keys->emplace(key.view(), static_cast<int32_t>(i)).second)
-                throw ccArchive::BadContent("the key " + CollectionErrors::Quote(key.view()) + " is stored for two items");
-        }
+        const int32_t repeated = built->keys.Build(*loaded);
+        if (repeated >= 0)
+            throw ccArchive::BadContent("the key " + CollectionErrors::Quote((*loaded)[repeated].key.view()) +
+                                        " is stored for two items");
         archive.OnCommit([this, built] {
             std::swap(entries_, built->entries);
-            std::swap(keys_, built->keys);
+            keys_.swap(built->keys);
         });
     }
 
     // A load's reset: no entries (called with the lock held).
     void ResetState() noexcept {
         entries_.clear();
-        keys_.clear();
+        keys_.Clear();
     }
 
     HRESULT get__NewEnum(IUnknown** Enumerator) override {
@@ -394,16 +381,15 @@ public:
                 const HRESULT refused = listeners.Fire(-luxCollection_Cleared, args);
                 if (FAILED(refused)) return refused;
             }
-            // Released after the lock, the index first (it points into the keys).
+            // Released after the lock.
             std::vector<Entry> removed;
-            Keys keys;
+            collection::KeyIndex keys;
             {
                 ObjectLock::Guard guard(this->Lock());
                 if (entries_.empty()) return S_OK;  // emptied meanwhile: nothing left to announce
-                std::swap(keys, keys_);
+                keys.swap(keys_);
                 std::swap(removed, entries_);
             }
-            keys.clear();
             return Changed(listeners, luxCollection_Cleared, args);
         });
     }
@@ -485,7 +471,6 @@ private:
         Bstr key;
         Stored item;
     };
-    using Keys = std::unordered_map<std::string_view, int32_t, collection::KeyHash, collection::KeyEqual>;
     enum class Missing { InvalidKey, KeyNotFound };
 
     // The sinks of the collection events at the start of a call: the pre- and post-event of
@@ -535,11 +520,7 @@ private:
 
     int32_t CountLocked() const noexcept { return static_cast<int32_t>(entries_.size()); }
 
-    int32_t FindKeyLocked(std::string_view key) const noexcept {
-        if (key.empty()) return luxNoIndex;
-        const auto found = keys_.find(key);
-        return found == keys_.end() ? luxNoIndex : found->second;
-    }
+    int32_t FindKeyLocked(std::string_view key) const noexcept { return keys_.Find(key, entries_); }
 
     void CheckIndexLocked(int32_t index) const {
         if (index < 0 || index >= CountLocked()) CollectionErrors::ThrowInvalidIndex(index, CountLocked());
@@ -587,16 +568,17 @@ private:
         if (entries_.size() >= static_cast<size_t>(INT32_MAX)) throw std::bad_alloc();
         // Everything that may fail comes first; the vector then only moves entries.
         if (entries_.size() == entries_.capacity()) entries_.reserve(std::max<size_t>(8, entries_.size() * 2));
-        if (!key.empty()) keys_.emplace(key.view(), at);
+        keys_.Reserve(entries_, entries_.size() + 1);
+        const size_t before = entries_.size();
+        const std::string_view view = key.view();  // the characters stay where they are when the key moves
         entries_.insert(entries_.begin() + at, Entry{std::move(key), std::move(item)});
-        RenumberLocked(at + 1, CountLocked());
+        keys_.Inserted(at, view, before);
     }
 
     Entry RemoveLocked(int32_t at) {
+        keys_.Removed(at, entries_[at].key.view(), entries_.size());
         Entry removed = std::move(entries_[at]);
-        if (!removed.key.empty()) keys_.erase(removed.key.view());
         entries_.erase(entries_.begin() + at);
-        RenumberLocked(at, CountLocked());
         return removed;
     }
 
@@ -606,36 +588,20 @@ private:
             std::rotate(first + from, first + from + 1, first + to + 1);
         else
             std::rotate(first + to, first + from, first + from + 1);
-        RenumberLocked(std::min(from, to), std::max(from, to) + 1);
+        keys_.Moved(from, to);
     }
 
     // Gives entry `index` a new key (validated) and returns the old one.
     Bstr ChangeKeyLocked(int32_t index, Bstr key) {
+        if (entries_[index].key.empty() && !key.empty()) keys_.Reserve(entries_, entries_.size());
         Entry& entry = entries_[index];
-        if (!entry.key.empty()) {
-            // Re-keying the index node allocates nothing, so this cannot fail half-way.
-            auto node = keys_.extract(entry.key.view());
-            if (!key.empty()) {
-                node.key() = key.view();
-                keys_.insert(std::move(node));
-            }
-        } else if (!key.empty()) {
-            keys_.emplace(key.view(), index);
-        }
+        keys_.Rekeyed(index, entry.key.view(), key.view());
         std::swap(entry.key, key);
         return key;
     }
 
-    // Entries in [from, to) moved: their keys learn their new indices.
-    void RenumberLocked(int32_t from, int32_t to) noexcept {
-        for (int32_t i = from; i < to; ++i) {
-            const Bstr& key = entries_[i].key;
-            if (!key.empty()) keys_.find(key.view())->second = i;
-        }
-    }
-
     std::vector<Entry> entries_;
-    Keys keys_;  // folded key -> index; the views point into the entries' own keys
+    collection::KeyIndex keys_;
 };
 
 }  // namespace tessaly::core
