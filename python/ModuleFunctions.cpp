@@ -120,6 +120,23 @@ void AddPersistenceFunctions(py::module_& module) {
         py::arg("data"), py::arg("format") = kAny,
         "LoadObjectFromBytes(data, format=luxPersistFormatAny) -> object\n\n"
         "Loads the object graph saved in `data` (bytes, bytearray or any contiguous byte buffer).");
+    module.def(
+        "ClearObjectGraph",
+        [](py::handle object) {
+            IDispatch* dispatch = ClientObject::Dispatch(object.ptr());
+            HRESULT hr;
+            {
+                py::gil_scoped_release unlocked;
+                hr = tessaly::ClearObjectGraph(dispatch);
+            }
+            if (FAILED(hr)) ComError::RaiseFromErrorInfo(hr, "ClearObjectGraph");
+        },
+        py::arg("obj"),
+        "ClearObjectGraph(obj) -> None\n\n"
+        "Empties `obj` and every object it references, directly or through others, as a new object is\n"
+        "empty. A loaded graph may hold cycles (a collection that holds itself), which reference counts\n"
+        "never free: call this when done with such a graph, and dropping it frees every object. Objects\n"
+        "the graph shares with others are emptied too.");
 }
 
 // The library's run time: what tests and diagnostics read.

@@ -1,7 +1,6 @@
 #include "ArchiveConverter.h"
 
 #include "FailureReport.h"
-#include "GraphRelease.h"
 #include "TessalyCore.h"
 #include "com/core/ObjectPersistence.h"
 #include "platform/ComPtr.h"
@@ -20,13 +19,10 @@ int ArchiveConverter::Convert(std::string_view input, std::string_view output, i
     HRESULT result = LoadObjectFromFile(input, luxPersistFormatAny, root.Out());
     if (FAILED(result)) return FailureReport::Print(errors, input, result);
     result = SaveObjectToFile(root.get(), output, format, luxPersistOptionAll);
-    if (FAILED(result)) {
-        const int status = FailureReport::Print(errors, output, result);  // before the release touches error info
-        GraphRelease::Release(std::move(root));
-        return status;
-    }
-    GraphRelease::Release(std::move(root));
-    return 0;
+    const int status = FAILED(result) ? FailureReport::Print(errors, output, result) : 0;
+    // Cycles in the graph would keep it alive: emptied, it is freed with the last reference.
+    ClearObjectGraph(root.get());
+    return status;
 }
 
 }  // namespace tessaly::cli

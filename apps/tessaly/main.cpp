@@ -8,7 +8,6 @@
 #include "ArchiveConverter.h"
 #include "ArchiveDumper.h"
 #include "FailureReport.h"
-#include "GraphRelease.h"
 #include "TypeLibraryBrowser.h"
 #include "TessalyCore.h"
 #include "com/core/ObjectPersistence.h"
@@ -47,7 +46,7 @@ int RunDump(int argc, char** argv) {
     tessaly::cli::ArchiveDumper dumper(tree);
     const HRESULT dumped = dumper.Dump(root.get());
     const int status = FAILED(dumped) ? tessaly::cli::FailureReport::Print(std::cerr, path, dumped) : 0;
-    tessaly::cli::GraphRelease::Release(std::move(root));
+    tessaly::ClearObjectGraph(root.get());  // cycles would keep the graph alive
     if (status == 0) std::cout << tree.str() << std::flush;
     return status;
 }

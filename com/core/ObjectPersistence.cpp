@@ -7,6 +7,8 @@
 
 #include "com/core/MessageTable.h"
 #include "com/core/MethodGuard.h"
+#include "com/core/ObjectGraphObjects.h"
+#include "com/core/CLuxArchive.h"
 #include "com/core/ccCOMError.h"
 #include "platform/Bstr.h"
 #include "platform/ClassTable.h"
@@ -187,6 +189,28 @@ HRESULT LoadObjectFromFile(std::string_view path, int32_t format, IDispatch** ob
         if (FAILED(opened)) ThrowFileError("LoadObjectFromFile", e_Lux_FileOpen, path, opened);
         *object = Load(stream.get(), format).Detach();
         return S_OK;
+    });
+}
+
+HRESULT ClearObjectGraph(IDispatch* root) noexcept {
+    return Guarded("ClearObjectGraph", kIid, [&] {
+        if (!root) return E_POINTER;
+        const core::ObjectGraphObjects graph(root);
+        HRESULT first = S_OK;
+        ComPtr<IErrorInfo> firstInfo;
+        for (const ComPtr<IUnknown>& object : graph.Objects()) {
+            ComPtr<ILuxPersistArchive> persist;
+            if (FAILED(object->QueryInterface(ILuxPersistArchive::iid, persist.OutVoid())) || !persist) continue;
+            const ComPtr<core::CLuxArchive> empty = core::CLuxArchive::ForLoading(luxPersistOptionAll);
+            const HRESULT cleared = persist->Persist(empty.get(), luxPersistOptionAll);
+            if (FAILED(cleared) && SUCCEEDED(first)) {
+                first = cleared;
+                GetErrorInfo(0, firstInfo.Out());
+            }
+        }
+        // The first refusal, described as the object described it.
+        if (FAILED(first)) SetErrorInfo(0, firstInfo.get());
+        return first;
     });
 }
 

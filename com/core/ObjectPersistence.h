@@ -31,6 +31,16 @@ HRESULT LoadObjectFromFile(std::string_view path, int32_t format, IDispatch** ob
 HRESULT SaveObjectToBytes(IDispatch* object, int32_t format, int32_t options, std::vector<uint8_t>* bytes) noexcept;
 HRESULT LoadObjectFromBytes(std::span<const uint8_t> bytes, int32_t format, IDispatch** object) noexcept;
 
+// Empties every object reachable from `root` (root included, each object met through the
+// values its Persist saves), as loading it from an empty archive does: each drops what it
+// holds and returns to a new object's state, announcing it with Change. A loaded graph may
+// hold cycles (a collection that holds itself, objects that hold each other), which
+// reference counts alone never free; after this call the caller's own releases free the
+// whole graph. Every reachable object is emptied, also one the caller holds elsewhere.
+// Objects that refuse are passed by; the first refusal is the result, once every other
+// object has been emptied.
+HRESULT ClearObjectGraph(IDispatch* root) noexcept;
+
 // The format of saved bytes judged from their start: luxPersistFormatXML when they begin
 // (after an optional byte-order mark and white space) with '<', else luxPersistFormatBinary.
 int32_t DetectPersistFormat(std::span<const uint8_t> head) noexcept;

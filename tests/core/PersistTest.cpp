@@ -7,7 +7,9 @@
 
 #include "core/CollectionFixture.h"
 #include "com/core/CLuxArchive.h"
+#include "com/core/ObjectPersistence.h"
 #include "com/core/impl/ArchiveAccess.h"
+#include "platform/SafeArray.h"
 #include "support/RecordedError.h"
 #include "TessalyTest.h"
 
@@ -296,6 +298,37 @@ TEST_F(PersistTest, LargeArchivesFindEveryNameAndRefuseRepeats) {
     EXPECT_EQ(Load(copy.get(), Save(list.get()).Replay(luxPersistOptionAll).get()), S_OK);
     EXPECT_EQ(Contents(copy.get()), Contents(list.get()));
     EXPECT_EQ(FindKey(copy.get(), "K297"), 297);
+}
+
+TEST_F(PersistTest, ClearObjectGraphEmptiesEveryReachableObjectSoThatCyclesAreFreed) {
+    const LONG before = Module::LiveObjectCount();
+    {
+        // A collection that holds itself; another reached only through an array of VARIANTs
+        // that holds the first again; a point reached through the second.
+        auto list = NewCollection();
+        auto other = NewCollection();
+        auto point = NewPoint(3, 4);
+        ASSERT_EQ(Add(list.get(), Variant(static_cast<IDispatch*>(list.get()))), S_OK);
+        SAFEARRAYBOUND bound{2, 0};
+        VARIANT array{};
+        array.vt = VT_ARRAY | VT_VARIANT;
+        array.parray = SafeArrayCreate(VT_VARIANT, 1, &bound);
+        ASSERT_NE(array.parray, nullptr);
+        static_cast<VARIANT*>(array.parray->pvData)[0] = Variant(static_cast<IDispatch*>(list.get())).Detach();
+        static_cast<VARIANT*>(array.parray->pvData)[1] = Variant(static_cast<IDispatch*>(point.get())).Detach();
+        ASSERT_EQ(Add(other.get(), Variant::Attach(array)), S_OK);
+        ASSERT_EQ(Add(list.get(), Variant(static_cast<IDispatch*>(other.get()))), S_OK);
+
+        ASSERT_EQ(ClearObjectGraph(list.get()), S_OK);
+        EXPECT_EQ(Module::LiveObjectCount(), before + 3);  // held by this test alone
+        EXPECT_EQ(Contents(list.get()), "");
+        EXPECT_EQ(Contents(other.get()), "");
+        EXPECT_EQ(Coordinates(point.get()), "0.000000,0.000000");
+    }
+    EXPECT_EQ(Module::LiveObjectCount(), before);
+
+    EXPECT_EQ(ClearObjectGraph(nullptr), E_POINTER);
+    EXPECT_TRUE(TakeErrorInfo().present);
 }
 
 }  // namespace

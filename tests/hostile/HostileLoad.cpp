@@ -3,71 +3,13 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
-#include <unordered_set>
-#include <vector>
 
-#include "com/core/ArchiveWriter.h"
-#include "com/core/CLuxArchive.h"
 #include "com/core/ObjectPersistence.h"
 #include "platform/Bstr.h"
 #include "platform/ErrorInfo.h"
 #include "platform/Module.h"
-#include "platform/SafeArray.h"
 
 namespace tessaly::test {
-
-namespace {
-
-// Gathers every object of a graph through the values their Persist saves. A list of
-// objects still to visit stands in for recursion: a graph may chain any number of objects.
-class GraphCollector final : public core::ArchiveWriter {
-public:
-    explicit GraphCollector(IUnknown* root) {
-        Meet(root);
-        for (size_t next = 0; next < objects_.size(); ++next) {
-            ComPtr<ILuxPersistArchive> persist;
-            if (FAILED(objects_[next]->QueryInterface(ILuxPersistArchive::iid, persist.OutVoid())) || !persist) continue;
-            const ComPtr<core::CLuxArchive> archive = core::CLuxArchive::ForSaving(*this, kOptions);
-            persist->Persist(archive.get(), kOptions);
-        }
-    }
-
-    void WriteEntry(std::string_view, const VARIANT& value) override { Value(value); }
-
-    std::vector<ComPtr<IUnknown>> Take() { return std::move(objects_); }
-
-private:
-    static constexpr int32_t kOptions = luxPersistOptionAll | luxPersistOptionSaving;
-
-    void Meet(IUnknown* object) {
-        ComPtr<IUnknown> identity;
-        if (FAILED(object->QueryInterface(IUnknown::iid, identity.OutVoid())) || !identity) return;
-        if (seen_.insert(identity.get()).second) objects_.push_back(std::move(identity));
-    }
-
-    void Value(const VARIANT& value) {
-        if (value.vt == VT_DISPATCH || value.vt == VT_UNKNOWN) {
-            if (value.punkVal) Meet(value.punkVal);
-            return;
-        }
-        const VARTYPE element = value.vt & ~VT_ARRAY;
-        if (!(value.vt & VT_ARRAY) || !value.parray ||
-            (element != VT_VARIANT && element != VT_DISPATCH && element != VT_UNKNOWN))
-            return;
-        const size_t count = SafeArrayElementCount(value.parray);
-        for (size_t i = 0; i < count; ++i) {
-            if (element == VT_VARIANT)
-                Value(static_cast<const VARIANT*>(value.parray->pvData)[i]);
-            else if (IUnknown* object = static_cast<IUnknown* const*>(value.parray->pvData)[i])
-                Meet(object);
-        }
-    }
-
-    std::unordered_set<IUnknown*> seen_;
-    std::vector<ComPtr<IUnknown>> objects_;  // in the order met
-};
-
-}  // namespace
 
 std::string LoadOutcome::Describe() const {
     char code[16];
@@ -78,21 +20,7 @@ std::string LoadOutcome::Describe() const {
 
 void HostileLoad::Release(ComPtr<IDispatch> root) noexcept {
     if (!root) return;
-    std::vector<ComPtr<IUnknown>> objects;
-    try {
-        objects = GraphCollector(root.get()).Take();
-    } catch (...) {
-        // Out of memory while walking: the graph is released as it stands.
-    }
-    for (const ComPtr<IUnknown>& object : objects) {
-        ComPtr<ILuxPersistArchive> persist;
-        if (FAILED(object->QueryInterface(ILuxPersistArchive::iid, persist.OutVoid())) || !persist) continue;
-        try {
-            const ComPtr<core::CLuxArchive> empty = core::CLuxArchive::ForLoading(luxPersistOptionAll);
-            persist->Persist(empty.get(), luxPersistOptionAll);
-        } catch (...) {
-        }
-    }
+    ClearObjectGraph(root.get());  // out of memory: the graph is released as it stands
     ClearErrorInfo();
 }
 

@@ -3,9 +3,8 @@
 // info; and, once the loaded graph is released, no object of the library still alive.
 //
 // A graph may hold cycles (a collection that holds itself), which reference counts alone
-// never free; a client breaks them before letting go, and so does Release here: every
-// object of the graph is loaded from an empty archive, which resets it to a new object's
-// state and drops whatever it held.
+// never free; a client empties the graph with ClearObjectGraph before letting go, and so
+// does Release here.
 #pragma once
 
 #include <cstdint>
@@ -40,7 +39,7 @@ public:
     // the fuzzer records the input.
     static void RunOrAbort(std::span<const uint8_t> bytes, int32_t format) noexcept;
 
-    // Resets every archive-persisted object reachable from `root`, then releases it.
+    // Empties every object reachable from `root` (ClearObjectGraph), then releases it.
     static void Release(ComPtr<IDispatch> root) noexcept;
 };
 

@@ -84,3 +84,21 @@ def test_failures_raise_com_errors_and_leave_the_old_file(tmp_path):
         tessaly.SaveObjectToBytes("not an object")
     with pytest.raises(TypeError):
         tessaly.LoadObjectFromBytes(numpy.zeros(3, dtype=numpy.int32))
+
+
+def test_a_graph_holding_itself_is_freed_once_cleared():
+    top = tessaly.CreateObject("Tessaly.LuxCollection")
+    top.Add(top, "self")
+    top.Add(build_graph())
+    loaded = tessaly.LoadObjectFromBytes(tessaly.SaveObjectToBytes(top, C.luxPersistFormatXML))
+    assert loaded["self"] == loaded
+    before = tessaly.LiveObjectCount()
+    tessaly.ClearObjectGraph(top)
+    tessaly.ClearObjectGraph(loaded)
+    assert loaded.Count == 0 and top.Count == 0
+    del top, loaded
+    # The two graphs, each a cycle, are gone: 2 x (two collections and a string collection).
+    assert tessaly.LiveObjectCount() == before - 6
+
+    with pytest.raises(TypeError):
+        tessaly.ClearObjectGraph(42)
