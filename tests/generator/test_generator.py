@@ -491,10 +491,13 @@ class LibraryIdlTests(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        with open(os.path.join(ROOT, "typelib", "TessalyCore.idl"), encoding="utf-8") as f:
-            cls.core = parse(f.read(), "TessalyCore.idl")
-        with open(os.path.join(ROOT, "tests", "typelib", "TessalyTest.idl"), encoding="utf-8") as f:
-            cls.test = parse(f.read(), "TessalyTest.idl")
+        # Full paths: imports are found relative to the importing file, wherever the tests run.
+        core = os.path.join(ROOT, "typelib", "TessalyCore.idl")
+        with open(core, encoding="utf-8") as f:
+            cls.core = parse(f.read(), core)
+        test = os.path.join(ROOT, "tests", "typelib", "TessalyTest.idl")
+        with open(test, encoding="utf-8") as f:
+            cls.test = parse(f.read(), test)
 
     def enum(self, name: str) -> dict:
         for e in self.core.enums:
