@@ -61,7 +61,7 @@ void CLuxArchive::AddEntry(std::string_view name, Variant&& value) {
 bool CLuxArchive::TakeEntry(std::string_view name, Variant& value) {
     CheckLoading("TakeEntry");
     ObjectLock::Guard lock(lock_);
-    const int32_t at = FindLocked(name);
+    const int32_t at = FindToReadLocked(name);
     if (at < 0) return false;
     value = std::move(entries_[at].value);
     return true;
@@ -70,6 +70,16 @@ bool CLuxArchive::TakeEntry(std::string_view name, Variant& value) {
 size_t CLuxArchive::EntryCount() const {
     ObjectLock::Guard lock(lock_);
     return entries_.size();
+}
+
+int32_t CLuxArchive::FindToReadLocked(std::string_view name) const noexcept {
+    int32_t at;
+    if (nextRead_ < entries_.size() && collection::KeyEqual()(entries_[nextRead_].key.view(), name))
+        at = static_cast<int32_t>(nextRead_);
+    else
+        at = FindLocked(name);
+    if (at >= 0) nextRead_ = static_cast<size_t>(at) + 1;
+    return at;
 }
 
 void CLuxArchive::AppendLocked(std::string_view name, Variant&& value) {
@@ -115,7 +125,7 @@ bool CLuxArchive::Read(std::string_view name, VARTYPE vt, Variant& value, int32_
     Variant stored;
     {
         ObjectLock::Guard lock(lock_);
-        const int32_t at = FindLocked(name);
+        const int32_t at = FindToReadLocked(name);
         if (at < 0) return false;
         stored = entries_[at].value;
     }

@@ -103,6 +103,9 @@ private:
     void CheckSaving(const char* what) const;
     // Index of a name, or -1; call with the lock held.
     int32_t FindLocked(std::string_view name) const noexcept { return names_.Find(name, entries_); }
+    // The same for a value being read. An object reads its values in the order it saved
+    // them, so the entry after the last one read is tried before any search.
+    int32_t FindToReadLocked(std::string_view name) const noexcept;
     // Appends an entry under a name it does not have yet; unchanged on failure.
     void AppendLocked(std::string_view name, Variant&& value);
     int32_t LocateLocked(const collection::KeyOrIndex& wanted) const;
@@ -111,7 +114,9 @@ private:
     int32_t options_ = 0;
     mutable ObjectLock lock_;  // the objects' own lock: nearly free while one thread uses it
     std::vector<Entry> entries_;
-    collection::KeyIndex names_;
+    // Names are mostly found by the read-order hint: a table pays off only for large archives.
+    collection::KeyIndex names_{16};
+    mutable size_t nextRead_ = 0;  // the entry after the last one read
 };
 
 }  // namespace tessaly::core

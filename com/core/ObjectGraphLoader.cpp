@@ -138,7 +138,10 @@ IDispatch* ObjectGraphLoader::Adopt(ComPtr<IDispatch> object, bool created, uint
     objects_.push_back(Loaded{std::move(object), created});
     if (id != 0) {
         try {
-            ids_.emplace(id, raw);
+            if (id == inOrderIds_.size() + 1)
+                inOrderIds_.push_back(raw);
+            else
+                otherIds_.emplace(id, raw);
         } catch (...) {
             objects_.pop_back();
             throw;
@@ -148,7 +151,7 @@ IDispatch* ObjectGraphLoader::Adopt(ComPtr<IDispatch> object, bool created, uint
 }
 
 void ObjectGraphLoader::CheckNewId(uint32_t id, const CLSID& clsid) const {
-    if (id != 0 && ids_.count(id)) FormatterErrors::Throw(ids_LuxFormatter_DuplicateID_2, {std::to_string(id), NameOf(clsid)});
+    if (id != 0 && Lookup(id)) FormatterErrors::Throw(ids_LuxFormatter_DuplicateID_2, {std::to_string(id), NameOf(clsid)});
 }
 
 IDispatch* ObjectGraphLoader::Create(std::string_view progIdOrClsid, uint32_t id) {
@@ -173,11 +176,16 @@ IDispatch* ObjectGraphLoader::Create(const CLSID& clsid, uint32_t id) {
     return Adopt(std::move(object), true, id);
 }
 
+IDispatch* ObjectGraphLoader::Lookup(uint32_t id) const noexcept {
+    if (id != 0 && id <= inOrderIds_.size()) return inOrderIds_[id - 1];
+    const auto found = otherIds_.find(id);
+    return found == otherIds_.end() ? nullptr : found->second;
+}
+
 IDispatch* ObjectGraphLoader::Find(uint32_t id) const noexcept {
-    const auto found = ids_.find(id);
-    if (found == ids_.end()) return nullptr;
-    referencedAgain_ = true;
-    return found->second;
+    IDispatch* object = Lookup(id);
+    if (object) referencedAgain_ = true;
+    return object;
 }
 
 ComPtr<CLuxArchive> ObjectGraphLoader::NewArchive() const { return CLuxArchive::ForLoading(options_); }

@@ -69,6 +69,7 @@ public:
 private:
     IDispatch* Adopt(ComPtr<IDispatch> object, bool created, uint32_t id);
     void CheckNewId(uint32_t id, const CLSID& clsid) const;
+    IDispatch* Lookup(uint32_t id) const noexcept;
     std::string NameOf(const CLSID& clsid) const;
 
     int32_t options_;
@@ -78,7 +79,10 @@ private:
         bool created;
     };
     std::vector<Loaded> objects_;  // in creation order; the root first
-    std::unordered_map<uint32_t, IDispatch*> ids_;
+    // Objects by id. Writers number objects 1, 2, 3, ... in the order a reader meets them,
+    // so ids that arrive in that order are kept in a vector (id - 1); any other in a map.
+    std::vector<IDispatch*> inOrderIds_;
+    std::unordered_map<uint32_t, IDispatch*> otherIds_;
     std::vector<std::string> warnings_;
     bool finished_ = false;
     mutable bool referencedAgain_ = false;  // a reference resolved: the graph may have cycles

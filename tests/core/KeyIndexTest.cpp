@@ -158,6 +158,9 @@ TEST(KeyIndexTest, HashAndEqualityFoldOnlyAsciiLetters) {
     EXPECT_FALSE(equal("a1", "a2"));
     EXPECT_FALSE(equal("ab", "abc"));
     EXPECT_FALSE(equal("[", "{"));  // one bit apart, but not letters
+    EXPECT_FALSE(equal("ExposureTime@2", "exposuretime`2"));  // the same past the first eight bytes
+    EXPECT_FALSE(equal("ExposureTime_1", "EXPOSURETIME_2"));
+    EXPECT_TRUE(equal("ExposureTime_1", "EXPOSURETIME_1"));
     EXPECT_FALSE(equal("\xC3\xA9", "\xC3\x89"));  // é and É: only ASCII folds
     // Names that differ only at the end, as entry names do, spread over the low bits.
     std::vector<bool> seen(1024);

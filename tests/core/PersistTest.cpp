@@ -274,6 +274,27 @@ TEST_F(PersistTest, ArchiveMembersRefuseWhatTheirDirectionDoesNotAllow) {
     EXPECT_EQ(missing.get().vt, VT_EMPTY);
 }
 
+TEST_F(PersistTest, ValuesReadInAnyOrderAreFoundWhateverWasReadBefore) {
+    // Reading in the stored order is the common case; any other order must find the same.
+    for (const int count : {4, 40}) {
+        auto archive = CLuxArchive::ForLoading(luxPersistOptionAll);
+        for (int i = 0; i < count; ++i) archive->AddEntry("V" + std::to_string(i), Variant(i * 10));
+        std::vector<int> order;
+        for (int i = 0; i < count; ++i) order.push_back(i);
+        std::vector<int> backwards(order.rbegin(), order.rend());
+        order.insert(order.end(), backwards.begin(), backwards.end());
+        order.insert(order.end(), {1, 1, 0, count - 1, 0});
+        for (const int i : order) {
+            LONG value = -1;
+            ASSERT_EQ(archive->PersistI4(Bstr("v" + std::to_string(i)).get(), &value), S_OK) << i;
+            EXPECT_EQ(value, i * 10);
+        }
+        LONG untouched = 7;
+        EXPECT_EQ(archive->PersistI4(Bstr("V" + std::to_string(count)).get(), &untouched), S_FALSE);
+        EXPECT_EQ(untouched, 7);
+    }
+}
+
 TEST_F(PersistTest, LargeArchivesFindEveryNameAndRefuseRepeats) {
     // Past a few entries names are found through a table that grows as entries come in.
     auto archive = CLuxArchive::ForLoading(luxPersistOptionAll);

@@ -91,7 +91,7 @@ void ArchiveAccess::PersistScalar(std::string_view name, T& value, Content conte
         ThrowIfFailed(hr);
         if (hr == S_FALSE) return;
     }
-    OnCommit([&value, read] { value = read; });
+    OnCommit([&value, read]() noexcept { value = read; });
 }
 
 void ArchiveAccess::Persist(std::string_view name, uint8_t& value, Content content) {
@@ -132,7 +132,7 @@ void ArchiveAccess::Persist(std::string_view name, bool& value, Content content)
         ThrowIfFailed(hr);
         if (hr == S_FALSE) return;
     }
-    OnCommit([&value, flag] { value = flag != VARIANT_FALSE; });
+    OnCommit([&value, flag]() noexcept { value = flag != VARIANT_FALSE; });
 }
 
 void ArchiveAccess::Persist(std::string_view name, Bstr& value, Content content) {
@@ -155,8 +155,7 @@ void ArchiveAccess::Persist(std::string_view name, Bstr& value, Content content)
         if (hr == S_FALSE) return;
         stored = Variant(owned.view());
     }
-    auto text = std::make_shared<Bstr>(Bstr::Attach(stored.Detach().bstrVal));
-    OnCommit([&value, text] { value = std::move(*text); });
+    OnCommit([&value, text = Bstr::Attach(stored.Detach().bstrVal)]() mutable noexcept { value = std::move(text); });
 }
 
 void ArchiveAccess::Persist(std::string_view name, Variant& value, Content content) {
@@ -165,9 +164,9 @@ void ArchiveAccess::Persist(std::string_view name, Variant& value, Content conte
         Write(name, value.get());
         return;
     }
-    auto read = std::make_shared<Variant>();
-    if (!Read(name, *read)) return;
-    OnCommit([&value, read] { value = std::move(*read); });
+    Variant read;
+    if (!Read(name, read)) return;
+    OnCommit([&value, read = std::move(read)]() mutable noexcept { value = std::move(read); });
 }
 
 void ArchiveAccess::Persist(std::string_view name, ComPtr<IDispatch>& value, Content content) {
@@ -191,13 +190,9 @@ void ArchiveAccess::Persist(std::string_view name, ComPtr<IDispatch>& value, Con
         throw ccArchive::BadType("the value stored as " + std::string(name) + " is not an object",
                                  ids_Lux_ReadInvalidObject_1, {std::string(name)});
     }
-    auto shared = std::make_shared<ComPtr<IDispatch>>(std::move(object));
-    OnCommit([&value, shared] { value = std::move(*shared); });
+    OnCommit([&value, object = std::move(object)]() mutable noexcept { value = std::move(object); });
 }
 
-void ArchiveAccess::Commit() {
-    for (auto& assignment : commits_) assignment();
-    commits_.clear();
-}
+void ArchiveAccess::Commit() { commits_.Run(); }
 
 }  // namespace tessaly::core

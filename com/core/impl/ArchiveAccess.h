@@ -16,13 +16,13 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
-#include <memory>
+#include <utility>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "TessalyCore.h"
+#include "com/core/impl/CommitList.h"
 #include "platform/Bstr.h"
 #include "platform/ComPtr.h"
 #include "platform/Variant.h"
@@ -69,8 +69,12 @@ public:
     // saving one value; loading one value (false when absent), taken out of the archive.
     void Write(std::string_view name, const VARIANT& value);
     bool Read(std::string_view name, Variant& value);
-    // Loading: an assignment made with the others once everything has been read.
-    void OnCommit(std::function<void()> assignment) { commits_.push_back(std::move(assignment)); }
+    // Loading: an assignment made with the others once everything has been read: any
+    // callable that does not throw, moved in with the value it assigns.
+    template <class F>
+    void OnCommit(F&& assignment) {
+        commits_.Add(std::forward<F>(assignment));
+    }
 
     // Loading: makes the recorded assignments, in order. Called by the object base.
     void Commit();
@@ -83,7 +87,7 @@ private:
     CLuxArchive* own_;  // the library's archive, reached directly; null for another
     ComPtr<ILuxArchive> keep_;
     int32_t options_;
-    std::vector<std::function<void()>> commits_;
+    CommitList commits_;
 };
 
 }  // namespace tessaly::core

@@ -26,28 +26,37 @@ inline uint64_t Load32(const char* at) noexcept {
 
 inline uint64_t Load8(const char* at) noexcept { return static_cast<unsigned char>(*at); }
 
+// Bit 5 of every byte: set, it folds ASCII upper case onto lower case. It also joins a few
+// punctuation pairs ('@' and '`'), so words equal after folding are only candidates.
+constexpr uint64_t kFold = 0x2020202020202020ull;
+
+// The last one to seven bytes of a key as one word, in fixed-size loads that overlap where
+// they must: every byte is in it, and keys of one length always lay it out alike.
+inline uint64_t TailWord(const char* tail, size_t rest) noexcept {
+    return rest >= 4 ? Load32(tail) | Load32(tail + rest - 4) << 32
+                     : Load8(tail) | Load8(tail + rest / 2) << 8 | Load8(tail + rest - 1) << 16;
+}
+
+// Words of two keys at the same place: equal as they are, or after folding letters.
+inline bool SameWord(uint64_t a, uint64_t b, const char* x, const char* y, size_t count) noexcept {
+    if (a == b) return true;
+    if ((a | kFold) != (b | kFold)) return false;
+    for (size_t i = 0; i < count; ++i)
+        if (Fold(x[i]) != Fold(y[i])) return false;
+    return true;
+}
+
 }  // namespace
 
 size_t KeyHash::operator()(std::string_view key) const noexcept {
-    // Eight bytes at a time. Setting bit 5 of every byte folds ASCII upper case onto lower
-    // case; it also joins a few punctuation pairs ('@' and '`'), which only makes them
-    // collide: equality still decides.
-    constexpr uint64_t kFold = 0x2020202020202020ull;
+    // Eight bytes at a time, letters folded.
     constexpr uint64_t kMultiplier = 0x9E3779B97F4A7C15ull;
     const char* data = key.data();
     const size_t size = key.size();
     uint64_t hash = size * kMultiplier;
     size_t at = 0;
     for (; at + 8 <= size; at += 8) hash = std::rotl((hash ^ (Load64(data + at) | kFold)) * kMultiplier, 31);
-    // The last one to seven bytes in fixed-size loads, overlapping where they must: the
-    // length, mixed in above, tells the layouts apart.
-    const size_t rest = size - at;
-    if (rest) {
-        const char* tail = data + at;
-        const uint64_t word = rest >= 4 ? Load32(tail) | Load32(tail + rest - 4) << 32
-                                        : Load8(tail) | Load8(tail + rest / 2) << 8 | Load8(tail + rest - 1) << 16;
-        hash = std::rotl((hash ^ (word | kFold)) * kMultiplier, 31);
-    }
+    if (at < size) hash = std::rotl((hash ^ (TailWord(data + at, size - at) | kFold)) * kMultiplier, 31);
     // A full avalanche at the end, so that names differing only in their last characters
     // ("Item1234", "Item1299") differ in the low bits a table uses.
     hash ^= hash >> 33;
@@ -59,10 +68,16 @@ size_t KeyHash::operator()(std::string_view key) const noexcept {
 }
 
 bool KeyEqual::operator()(std::string_view a, std::string_view b) const noexcept {
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (Fold(a[i]) != Fold(b[i])) return false;
-    return true;
+    // Eight bytes at a time: most keys compared are either the same or differ at once.
+    const size_t size = a.size();
+    if (size != b.size()) return false;
+    const char* x = a.data();
+    const char* y = b.data();
+    size_t at = 0;
+    for (; at + 8 <= size; at += 8)
+        if (!SameWord(Load64(x + at), Load64(y + at), x + at, y + at, 8)) return false;
+    const size_t rest = size - at;
+    return rest == 0 || SameWord(TailWord(x + at, rest), TailWord(y + at, rest), x + at, y + at, rest);
 }
 
 KeyIndex::Table KeyIndex::NewTable(size_t keys) {

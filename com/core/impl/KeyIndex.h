@@ -2,8 +2,8 @@
 // index of the entry that has it.
 //
 // Most collections are small, and for a handful of entries comparing the keys in turn is
-// faster than hashing and needs no memory at all, so up to kScanned entries the index holds
-// nothing. Past that it is one open-addressed table of (hash, entry index) slots with
+// faster than hashing and needs no memory at all, so up to a few entries (kScanned unless
+// the owner says otherwise) the index holds nothing. Past that it is one open-addressed table of (hash, entry index) slots with
 // linear probing, at most three quarters full; the table stays until Clear, whatever the
 // collection shrinks to. Entries are never copied into the index: lookups compare with the
 // entries' own keys, which the caller passes in.
@@ -31,6 +31,8 @@ class KeyIndex {
 public:
     static constexpr size_t kScanned = 8;
 
+    explicit KeyIndex(size_t scanned = kScanned) noexcept : scanned_(scanned) {}
+
     // The entry with `key`, or -1. `entries` is a random-access sequence of values with a
     // `key.view()`; the empty key is never found.
     template <class Entries>
@@ -49,7 +51,7 @@ public:
     // bad_alloc, leaving the index as it was.
     template <class Entries>
     void Reserve(const Entries& entries, size_t count) {
-        if (!table_.slots && count <= kScanned) return;
+        if (!table_.slots && count <= scanned_) return;
         if (table_.slots && (table_.keyed + 1) * 4 <= table_.capacity * 3) return;
         Table grown = NewTable(table_.slots ? table_.keyed + 1 : entries.size() + 1);
         if (table_.slots) {
@@ -68,7 +70,7 @@ public:
     // bad_alloc, leaving the index as it was.
     template <class Entries>
     int32_t Build(const Entries& entries) {
-        if (entries.size() <= kScanned) {
+        if (entries.size() <= scanned_) {
             const KeyEqual equal;
             for (size_t i = 1; i < entries.size(); ++i) {
                 const std::string_view key = entries[i].key.view();
@@ -103,7 +105,10 @@ public:
     void Rekeyed(int32_t at, std::string_view oldKey, std::string_view newKey) noexcept;
 
     void Clear() noexcept { table_ = Table(); }
-    void swap(KeyIndex& other) noexcept { std::swap(table_, other.table_); }
+    void swap(KeyIndex& other) noexcept {
+        std::swap(table_, other.table_);
+        std::swap(scanned_, other.scanned_);
+    }
 
 private:
     struct Slot {
@@ -135,6 +140,7 @@ private:
     }
 
     Table table_;
+    size_t scanned_;  // entries up to which keys are scanned
 };
 
 }  // namespace tessaly::core::collection

@@ -161,14 +161,9 @@ public:
             return;
         }
         // Entries and their key index are built aside and swapped in by the commit.
-        struct Loaded {
-            std::vector<Entry> entries;
-            collection::KeyIndex keys;
-        };
-        auto built = std::make_shared<Loaded>();
         const size_t stored = archive.StoredCount();  // items and keys: a bound on the items
-        built->entries.reserve(stored);
-        std::vector<Entry>* loaded = &built->entries;
+        std::vector<Entry> loaded;
+        loaded.reserve(stored);
         for (size_t i = 0;; ++i) {
             Variant value;
             if (!archive.Read(item.For(i), value)) break;
@@ -180,15 +175,16 @@ public:
                                              ids_Lux_ReadInvalidProperty_1, {std::string(key.For(i))});
                 entry.key = Bstr::Attach(text.Detach().bstrVal);
             }
-            loaded->push_back(std::move(entry));
+            loaded.push_back(std::move(entry));
         }
-        const int32_t repeated = built->keys.Build(*loaded);
+        collection::KeyIndex keys;
+        const int32_t repeated = keys.Build(loaded);
         if (repeated >= 0)
-            throw ccArchive::BadContent("the key " + CollectionErrors::Quote((*loaded)[repeated].key.view()) +
+            throw ccArchive::BadContent("the key " + CollectionErrors::Quote(loaded[repeated].key.view()) +
                                         " is stored for two items");
-        archive.OnCommit([this, built] {
-            std::swap(entries_, built->entries);
-            keys_.swap(built->keys);
+        archive.OnCommit([this, loaded = std::move(loaded), keys = std::move(keys)]() mutable noexcept {
+            std::swap(entries_, loaded);
+            keys_.swap(keys);
         });
     }
 
