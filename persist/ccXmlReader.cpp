@@ -317,6 +317,10 @@ bool ccXmlReader::IsSpace(std::string_view text) noexcept {
     return std::all_of(text.begin(), text.end(), IsSpaceChar);
 }
 
+bool ccXmlReader::IsName(std::string_view text) noexcept {
+    return !text.empty() && IsNameStart(text.front()) && std::all_of(text.begin(), text.end(), IsNameChar);
+}
+
 void ccXmlReader::SkipElement() {
     const size_t depth = open_.size();
     while (open_.size() >= depth) {

@@ -102,6 +102,8 @@ public:
     void AppendText(std::string& out) const;
     // Whether `text` is XML white space only (space, tab, CR, LF), or empty.
     static bool IsSpace(std::string_view text) noexcept;
+    // Whether `text` is a name as this reader reads names (of elements and attributes).
+    static bool IsName(std::string_view text) noexcept;
 
     // Elements open, the current StartElement's included (and an EndElement's not).
     size_t Depth() const noexcept { return open_.size(); }

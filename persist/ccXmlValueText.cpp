@@ -6,6 +6,8 @@
 #include <cstring>
 #include <limits>
 
+#include "platform/CivilDate.h"
+
 namespace {
 
 bool IsSpace(char c) noexcept { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
@@ -62,71 +64,32 @@ std::optional<Real> ParseRealOf(std::string_view text) noexcept {
     return value;
 }
 
-// Dates: days since 1899-12-30.
-constexpr int64_t kMinDay = -657434;   // 0100-01-01
-constexpr int64_t kMaxDay = 2958465;   // 9999-12-31
-
-int64_t DaysFromCivil(int64_t year, unsigned month, unsigned day) noexcept {
-    year -= month <= 2;
-    const int64_t era = (year >= 0 ? year : year - 399) / 400;
-    const auto yearOfEra = static_cast<unsigned>(year - era * 400);
-    const unsigned dayOfYear = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5 + day - 1;
-    const unsigned dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
-    return era * 146097 + static_cast<int64_t>(dayOfEra) - 719468;
-}
-
-void CivilFromDays(int64_t days, int64_t& year, unsigned& month, unsigned& day) noexcept {
-    days += 719468;
-    const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-    const auto dayOfEra = static_cast<unsigned>(days - era * 146097);
-    const unsigned yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    const unsigned dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    const unsigned mp = (5 * dayOfYear + 2) / 153;
-    day = dayOfYear - (153 * mp + 2) / 5 + 1;
-    month = mp < 10 ? mp + 3 : mp - 9;
-    year = static_cast<int64_t>(yearOfEra) + era * 400 + (month <= 2);
-}
-
-// 1899-12-30 counted from 1970-01-01, the origin of DaysFromCivil.
-const int64_t kDateOrigin = DaysFromCivil(1899, 12, 30);
-
-unsigned DaysInMonth(int64_t year, unsigned month) noexcept {
-    static constexpr unsigned kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
-    return month == 2 && leap ? 29 : kDays[month - 1];
-}
+namespace civil = tessaly::civil;
+using civil::kDateOrigin;
 
 constexpr int64_t kPowersOfTen[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000, 1000000000};
 
-bool Digits(std::string_view text, size_t& pos, size_t count, unsigned& value) noexcept {
-    if (text.size() - pos < count) return false;
-    value = 0;
-    for (size_t i = 0; i < count; ++i) {
-        const char c = text[pos + i];
-        if (c < '0' || c > '9') return false;
-        value = value * 10 + static_cast<unsigned>(c - '0');
-    }
-    pos += count;
-    return true;
-}
+using civil::ReadDigits;
 
 std::optional<double> ParseIsoDate(std::string_view text) noexcept {
     size_t pos = 0;
     unsigned year, month, day;
-    if (!Digits(text, pos, 4, year) || pos >= text.size() || text[pos++] != '-' || !Digits(text, pos, 2, month) ||
-        pos >= text.size() || text[pos++] != '-' || !Digits(text, pos, 2, day))
+    if (!ReadDigits(text, pos, 4, year) || pos >= text.size() || text[pos++] != '-' ||
+        !ReadDigits(text, pos, 2, month) || pos >= text.size() || text[pos++] != '-' ||
+        !ReadDigits(text, pos, 2, day))
         return std::nullopt;
-    if (year < 100 || month < 1 || month > 12 || day < 1 || day > DaysInMonth(year, month)) return std::nullopt;
+    if (year < 100 || month < 1 || month > 12 || day < 1 || day > civil::DaysInMonth(year, month)) return std::nullopt;
     int64_t ticks = 0;  // of 10^-decimals seconds
     size_t decimals = 0;
     if (pos < text.size()) {
         if (text[pos] != 'T' && text[pos] != ' ') return std::nullopt;
         ++pos;
         unsigned hours, minutes, seconds = 0;
-        if (!Digits(text, pos, 2, hours) || pos >= text.size() || text[pos++] != ':' || !Digits(text, pos, 2, minutes))
+        if (!ReadDigits(text, pos, 2, hours) || pos >= text.size() || text[pos++] != ':' ||
+            !ReadDigits(text, pos, 2, minutes))
             return std::nullopt;
         if (pos < text.size()) {
-            if (text[pos++] != ':' || !Digits(text, pos, 2, seconds)) return std::nullopt;
+            if (text[pos++] != ':' || !ReadDigits(text, pos, 2, seconds)) return std::nullopt;
         }
         if (hours > 23 || minutes > 59 || seconds > 59) return std::nullopt;
         ticks = (int64_t(hours) * 60 + minutes) * 60 + seconds;
@@ -141,7 +104,7 @@ std::optional<double> ParseIsoDate(std::string_view text) noexcept {
             if (decimals == 0) return std::nullopt;
         }
     }
-    const auto days = static_cast<double>(DaysFromCivil(year, month, day) - kDateOrigin);
+    const auto days = static_cast<double>(civil::DaysFromCivil(year, month, day) - kDateOrigin);
     // Both integers are exact in a double, so the fraction is rounded once.
     const double fraction = static_cast<double>(ticks) / static_cast<double>(86400 * kPowersOfTen[decimals]);
     return days < 0 ? days - fraction : days + fraction;
@@ -150,7 +113,7 @@ std::optional<double> ParseIsoDate(std::string_view text) noexcept {
 char* FormatIsoDate(char* out, int64_t days, int64_t ticks, size_t decimals) noexcept {
     int64_t year;
     unsigned month, day;
-    CivilFromDays(days + kDateOrigin, year, month, day);
+    civil::CivilFromDays(days + kDateOrigin, year, month, day);
     const int64_t scale = kPowersOfTen[decimals];
     const int64_t seconds = ticks / scale;
     const auto put = [&out](int64_t value, int width) {
@@ -213,7 +176,7 @@ char* ccXmlValueText::FormatCurrency(char* out, int64_t units) noexcept {
 }
 
 char* ccXmlValueText::FormatDate(char* out, double date) noexcept {
-    if (std::isfinite(date) && date >= static_cast<double>(kMinDay) && date < static_cast<double>(kMaxDay + 1)) {
+    if (std::isfinite(date) && date >= static_cast<double>(civil::kMinDateDay) && date < static_cast<double>(civil::kMaxDateDay + 1)) {
         const double whole = std::trunc(date);
         const double fraction = std::fabs(date - whole);
         const auto days = static_cast<int64_t>(whole);

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "persist/ccBase64.h"
+#include "persist/ccXmlReader.h"
 
 namespace {
 
@@ -13,8 +14,6 @@ namespace {
 struct EscapeTables {
     uint8_t text[256];
     uint8_t attribute[256];
-    uint8_t nameStart[256];
-    uint8_t name[256];
 };
 
 constexpr EscapeTables MakeEscapeTables() {
@@ -23,13 +22,6 @@ constexpr EscapeTables MakeEscapeTables() {
     t.text[static_cast<unsigned char>('\t')] = t.text[static_cast<unsigned char>('\n')] = 0;
     for (unsigned char c : {'<', '>', '&'}) t.text[c] = t.attribute[c] = 1;
     t.attribute[static_cast<unsigned char>('"')] = 1;
-    for (int c = 'A'; c <= 'Z'; ++c) t.nameStart[c] = 1;
-    for (int c = 'a'; c <= 'z'; ++c) t.nameStart[c] = 1;
-    t.nameStart[static_cast<unsigned char>('_')] = t.nameStart[static_cast<unsigned char>(':')] = 1;
-    for (int c = 0x80; c < 0x100; ++c) t.nameStart[c] = 1;
-    for (int c = 0; c < 256; ++c) t.name[c] = t.nameStart[c];
-    for (int c = '0'; c <= '9'; ++c) t.name[c] = 1;
-    t.name[static_cast<unsigned char>('-')] = t.name[static_cast<unsigned char>('.')] = 1;
     return t;
 }
 
@@ -44,10 +36,7 @@ ccXmlWriter::ccXmlWriter(Output& output, Layout layout)
     open_.reserve(32);
 }
 
-bool ccXmlWriter::IsName(std::string_view name) noexcept {
-    if (name.empty() || !kTables.nameStart[static_cast<unsigned char>(name[0])]) return false;
-    return std::all_of(name.begin(), name.end(), [](char c) { return kTables.name[static_cast<unsigned char>(c)]; });
-}
+bool ccXmlWriter::IsName(std::string_view name) noexcept { return ccXmlReader::IsName(name); }
 
 void ccXmlWriter::Declaration() {
     Put("<?xml version=\"1.0\"?>");

@@ -15,7 +15,6 @@ namespace {
 
 // No array holds more elements than a LONG can count, whatever memory there is.
 constexpr uint64_t kMaxElements = 0x7FFFFFFFu;
-constexpr USHORT kOwnershipFeatures = FADF_BSTR | FADF_UNKNOWN | FADF_DISPATCH | FADF_VARIANT;
 
 // 0 for a type no safe array holds.
 ULONG ElementSize(VARTYPE vt) noexcept {
@@ -522,6 +521,8 @@ HRESULT SafeArrayRedim(SAFEARRAY* array, const SAFEARRAYBOUND* rightMostBound) n
 }
 
 namespace tessaly {
+
+size_t SafeArrayElementSize(VARTYPE vt) noexcept { return ElementSize(vt); }
 
 size_t SafeArrayElementCount(const SAFEARRAY* array) noexcept { return array ? CountOf(array) : 0; }
 

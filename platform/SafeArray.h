@@ -39,6 +39,8 @@ HRESULT SafeArrayCopy(SAFEARRAY* source, SAFEARRAY** copy) noexcept;
 HRESULT SafeArrayRedim(SAFEARRAY* array, const SAFEARRAYBOUND* rightMostBound) noexcept;
 
 namespace tessaly {
+// Bytes of one element of an array of `vt`; 0 for a type no safe array holds.
+size_t SafeArrayElementSize(VARTYPE vt) noexcept;
 // The number of elements, or 0 for null.
 size_t SafeArrayElementCount(const SAFEARRAY* array) noexcept;
 // SafeArrayCreate for a caller that writes every element at once (a loader reading a

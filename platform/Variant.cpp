@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/Bstr.h"
+#include "platform/CivilDate.h"
 #include "platform/SafeArray.h"
 #include "platform/StandardInterfaces.h"
 
@@ -182,37 +183,14 @@ double NumberToReal(const Number& n) noexcept {
 // ---------------------------------------------------------------------------------------
 // Dates: days since 1899-12-30; the fraction is the time of day whatever the sign.
 
-constexpr int64_t kDaysFrom1970To1899 = -25569;  // 1899-12-30 counted from 1970-01-01
-constexpr double kMinDate = -657434.0;            // 0100-01-01
-constexpr double kMaxDate = 2958465.999988426;    // 9999-12-31 23:59:59
+constexpr int64_t kDaysFrom1970To1899 = tessaly::civil::kDateOrigin;
+constexpr double kMinDate = static_cast<double>(tessaly::civil::kMinDateDay);  // 0100-01-01
+constexpr double kMaxDate = 2958465.999988426;  // 9999-12-31 23:59:59
+static_assert(static_cast<int64_t>(kMaxDate) == tessaly::civil::kMaxDateDay);
 
-int64_t DaysFromCivil(int64_t year, unsigned month, unsigned day) noexcept {
-    year -= month <= 2;
-    const int64_t era = (year >= 0 ? year : year - 399) / 400;
-    const unsigned yearOfEra = static_cast<unsigned>(year - era * 400);
-    const unsigned dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
-    const unsigned dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
-    return era * 146097 + static_cast<int64_t>(dayOfEra) - 719468;
-}
-
-void CivilFromDays(int64_t days, int64_t& year, unsigned& month, unsigned& day) noexcept {
-    days += 719468;
-    const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-    const unsigned dayOfEra = static_cast<unsigned>(days - era * 146097);
-    const unsigned yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    const unsigned dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    const unsigned mp = (5 * dayOfYear + 2) / 153;
-    day = dayOfYear - (153 * mp + 2) / 5 + 1;
-    month = mp < 10 ? mp + 3 : mp - 9;
-    year = static_cast<int64_t>(yearOfEra) + era * 400 + (month <= 2);
-}
-
-bool IsLeapYear(int64_t year) noexcept { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
-
-unsigned DaysInMonth(int64_t year, unsigned month) noexcept {
-    static constexpr unsigned kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    return month == 2 && IsLeapYear(year) ? 29 : kDays[month - 1];
-}
+using tessaly::civil::CivilFromDays;
+using tessaly::civil::DaysFromCivil;
+using tessaly::civil::DaysInMonth;
 
 std::string FormatDate(double date) {
     const double whole = std::trunc(date);
@@ -236,28 +214,18 @@ std::string FormatDate(double date) {
     return text;
 }
 
-// Reads `count` decimal digits at `pos`.
-bool Digits(std::string_view text, size_t& pos, size_t count, unsigned& value) noexcept {
-    if (pos + count > text.size()) return false;
-    value = 0;
-    for (size_t i = 0; i < count; ++i) {
-        const char c = text[pos + i];
-        if (c < '0' || c > '9') return false;
-        value = value * 10 + static_cast<unsigned>(c - '0');
-    }
-    pos += count;
-    return true;
-}
+using tessaly::civil::ReadDigits;
 
 bool ParseTime(std::string_view text, size_t& pos, double& fraction) noexcept {
     unsigned hours;
     unsigned minutes;
     unsigned seconds = 0;
-    if (!Digits(text, pos, 2, hours) || pos >= text.size() || text[pos++] != ':' || !Digits(text, pos, 2, minutes))
+    if (!ReadDigits(text, pos, 2, hours) || pos >= text.size() || text[pos++] != ':' ||
+        !ReadDigits(text, pos, 2, minutes))
         return false;
     if (pos < text.size() && text[pos] == ':') {
         ++pos;
-        if (!Digits(text, pos, 2, seconds)) return false;
+        if (!ReadDigits(text, pos, 2, seconds)) return false;
     }
     if (hours > 23 || minutes > 59 || seconds > 59) return false;
     fraction = (hours * 3600.0 + minutes * 60.0 + seconds) / 86400.0;
@@ -276,8 +244,9 @@ bool ParseDate(std::string_view text, double& date) noexcept {
     unsigned year;
     unsigned month;
     unsigned day;
-    if (!Digits(text, pos, 4, year) || pos >= text.size() || text[pos++] != '-' || !Digits(text, pos, 2, month) ||
-        pos >= text.size() || text[pos++] != '-' || !Digits(text, pos, 2, day))
+    if (!ReadDigits(text, pos, 4, year) || pos >= text.size() || text[pos++] != '-' ||
+        !ReadDigits(text, pos, 2, month) || pos >= text.size() || text[pos++] != '-' ||
+        !ReadDigits(text, pos, 2, day))
         return false;
     if (year < 100 || month < 1 || month > 12 || day < 1 || day > DaysInMonth(year, month)) return false;
     if (pos < text.size()) {
@@ -730,16 +699,21 @@ HRESULT VariantChangeTypeEx(VARIANTARG* destination, const VARIANTARG* source, L
 
 namespace tessaly {
 
-size_t ReferencedValueSize(VARTYPE vt) noexcept {
-    if (vt & VT_ARRAY) return sizeof(SAFEARRAY*);
-    switch (vt & VT_TYPEMASK) {
+size_t NumberValueSize(VARTYPE vt) noexcept {
+    switch (vt) {
         case VT_I1: case VT_UI1: return 1;
         case VT_I2: case VT_UI2: case VT_BOOL: return 2;
         case VT_I4: case VT_UI4: case VT_INT: case VT_UINT: case VT_R4: case VT_ERROR: return 4;
         case VT_I8: case VT_UI8: case VT_R8: case VT_CY: case VT_DATE: return 8;
-        case VT_BSTR: case VT_DISPATCH: case VT_UNKNOWN: return sizeof(void*);
         default: return 0;
     }
+}
+
+size_t ReferencedValueSize(VARTYPE vt) noexcept {
+    if (vt & VT_ARRAY) return sizeof(SAFEARRAY*);
+    const VARTYPE type = vt & VT_TYPEMASK;
+    if (type == VT_BSTR || type == VT_DISPATCH || type == VT_UNKNOWN) return sizeof(void*);
+    return NumberValueSize(type);
 }
 
 Variant::Variant(const VARIANT& value) {

@@ -30,6 +30,10 @@ HRESULT VariantChangeTypeEx(VARIANTARG* destination, const VARIANTARG* source, L
 
 namespace tessaly {
 
+// Bytes of a number a VARIANT holds by value (integers, reals, VT_BOOL, VT_ERROR, VT_CY,
+// VT_DATE); 0 for every other type.
+size_t NumberValueSize(VARTYPE vt) noexcept;
+
 // Bytes of the value a VT_BYREF|vt reference points at (a pointer for strings, objects and
 // arrays); 0 for VT_VARIANT and for types no reference carries.
 size_t ReferencedValueSize(VARTYPE vt) noexcept;

@@ -153,21 +153,6 @@ std::string TypeText(VARTYPE vt) {
     return text;
 }
 
-// Bytes of a number stored by value; 0 for the types that are not numbers.
-size_t NumberSize(VARTYPE vt) noexcept {
-    switch (vt) {
-        case VT_I1: case VT_UI1: return 1;
-        case VT_I2: case VT_UI2: case VT_BOOL: return 2;
-        case VT_I4: case VT_UI4: case VT_INT: case VT_UINT: case VT_ERROR: case VT_R4: return 4;
-        case VT_I8: case VT_UI8: case VT_R8: case VT_CY: case VT_DATE: return 8;
-        default: return 0;
-    }
-}
-
-bool IsArrayElementType(VARTYPE vt) noexcept {
-    return NumberSize(vt) != 0 || vt == VT_BSTR || vt == VT_VARIANT || vt == VT_DISPATCH || vt == VT_UNKNOWN;
-}
-
 // The class version a ProgID carries in its last part ("Tessaly.LuxCollection.1" → 1);
 // 0 when it carries none.
 uint32_t ClassVersionOf(std::string_view progId) noexcept {
@@ -322,7 +307,7 @@ private:
 
     void WriteArray(VARTYPE vt, SAFEARRAY* array) {
         const VARTYPE element = vt & ~VT_ARRAY;
-        if (!IsArrayElementType(element)) throw ccArchive::UnknownType("an array of type " + TypeText(vt) + " cannot be stored");
+        if (SafeArrayElementSize(element) == 0) throw ccArchive::UnknownType("an array of type " + TypeText(vt) + " cannot be stored");
         archive_.Write<uint16_t>(vt);
         if (!array) {
             archive_.Write<uint16_t>(0);  // no dimensions: a null array
@@ -332,8 +317,7 @@ private:
         if (FAILED(SafeArrayGetVartype(array, &stored)) || stored != element)
             throw ccArchive::BadType("the array held by a value of type " + TypeText(vt) + " has elements of type " +
                                      TypeText(stored));
-        const size_t elementSize = NumberSize(element) ? NumberSize(element) : ReferencedValueSize(element);
-        if (array->cbElements != (element == VT_VARIANT ? sizeof(VARIANT) : elementSize))
+        if (array->cbElements != SafeArrayElementSize(element))
             throw ccArchive::BadType("the array's elements are " + std::to_string(array->cbElements) + " bytes each");
         const UINT dims = SafeArrayGetDim(array);
         archive_.Write<uint16_t>(static_cast<uint16_t>(dims));
@@ -345,8 +329,8 @@ private:
         }
         const size_t count = SafeArrayElementCount(array);
         const ArrayAccess access(array);
-        if (NumberSize(element)) {
-            archive_.WriteBlock(access.data(), count * elementSize);  // one block, straight from the array
+        if (NumberValueSize(element)) {
+            archive_.WriteBlock(access.data(), count * array->cbElements);  // one block, straight from the array
             return;
         }
         switch (element) {
@@ -547,7 +531,7 @@ private:
 
     Variant ReadArray(VARTYPE vt) {
         const VARTYPE element = vt & ~VT_ARRAY;
-        if (!IsArrayElementType(element)) throw ccArchive::UnknownType("an array of type " + TypeText(vt));
+        if (SafeArrayElementSize(element) == 0) throw ccArchive::UnknownType("an array of type " + TypeText(vt));
         const uint16_t dims = archive_.Read<uint16_t>();
         VARIANT value;
         VariantInit(&value);
@@ -568,7 +552,7 @@ private:
             constexpr uint64_t kCap = uint64_t(1) << 40;
             count = bound.cElements == 0 ? 0 : count > kCap / bound.cElements ? kCap : count * bound.cElements;
         }
-        const size_t number = NumberSize(element);
+        const size_t number = NumberValueSize(element);
         const size_t minimum = number                 ? number
                                : element == VT_BSTR    ? kMinimumStringSize
                                : element == VT_VARIANT ? kMinimumVariantSize

@@ -92,26 +92,6 @@ std::optional<VARTYPE> TypeOfName(std::string_view name) noexcept {
     return std::nullopt;
 }
 
-// Bytes of a number stored by value; 0 for the types that are not numbers.
-size_t NumberSize(VARTYPE vt) noexcept {
-    switch (vt) {
-        case VT_I1: case VT_UI1: return 1;
-        case VT_I2: case VT_UI2: case VT_BOOL: return 2;
-        case VT_I4: case VT_UI4: case VT_INT: case VT_UINT: case VT_ERROR: case VT_R4: return 4;
-        case VT_I8: case VT_UI8: case VT_R8: case VT_CY: case VT_DATE: return 8;
-        default: return 0;
-    }
-}
-
-bool IsArrayElementType(VARTYPE vt) noexcept {
-    return NumberSize(vt) != 0 || vt == VT_BSTR || vt == VT_VARIANT || vt == VT_DISPATCH || vt == VT_UNKNOWN;
-}
-
-size_t ElementSize(VARTYPE vt) noexcept {
-    if (const size_t size = NumberSize(vt)) return size;
-    return vt == VT_VARIANT ? sizeof(VARIANT) : sizeof(void*);
-}
-
 template <class T>
 T Load(const void* at) noexcept {
     T value;
@@ -366,7 +346,7 @@ private:
             case VT_DISPATCH: WriteObject(element, value.pdispVal); return;
             case VT_UNKNOWN: WriteObject(element, value.punkVal); return;
             default:
-                if (!NumberSize(value.vt)) CantSave("a value of type " + TypeText(value.vt) + " cannot be stored");
+                if (!NumberValueSize(value.vt)) CantSave("a value of type " + TypeText(value.vt) + " cannot be stored");
                 xml_.StartElement(element);
                 xml_.Attribute(kDataType, NameOfType(value.vt));
                 char* out = xml_.RawSpace(ccXmlValueText::kMaxText);
@@ -378,7 +358,7 @@ private:
 
     void WriteArray(std::string_view element, VARTYPE vt, SAFEARRAY* array) {
         const VARTYPE type = vt & ~VT_ARRAY;
-        if (!IsArrayElementType(type)) CantSave("an array of type " + TypeText(vt) + " cannot be stored");
+        if (SafeArrayElementSize(type) == 0) CantSave("an array of type " + TypeText(vt) + " cannot be stored");
         CheckDepth();
         xml_.StartElement(element);
         xml_.Attribute(kArrayType, NameOfType(type));
@@ -389,7 +369,7 @@ private:
             return;
         }
         VARTYPE stored = VT_EMPTY;
-        if (FAILED(SafeArrayGetVartype(array, &stored)) || stored != type || array->cbElements != ElementSize(type))
+        if (FAILED(SafeArrayGetVartype(array, &stored)) || stored != type || array->cbElements != SafeArrayElementSize(type))
             CantSave("an array value of type " + TypeText(vt) + " holds elements of another type");
         std::string bounds;
         const UINT dims = SafeArrayGetDim(array);
@@ -404,12 +384,12 @@ private:
         xml_.Attribute(kArrayBounds, bounds);
         const size_t count = SafeArrayElementCount(array);
         const ArrayAccess access(array);
-        const size_t size = ElementSize(type);
+        const size_t size = SafeArrayElementSize(type);
         if (type == VT_UI1) {
             // The large-block path: straight from the array's memory into the buffer.
             xml_.Attribute(kDataType, kBase64);
             xml_.Base64(access.data(), count, false);
-        } else if (NumberSize(type)) {
+        } else if (NumberValueSize(type)) {
             for (size_t i = 0; i < count; ++i) {
                 char* out = xml_.RawSpace(ccXmlValueText::kMaxText + 1);
                 if (i > 0) *out++ = ' ';
@@ -862,7 +842,7 @@ private:
         if (attributes.arrayType) {
             const std::string_view name = ValueOf(*attributes.arrayType, scratch);
             const auto found = TypeOfName(name);
-            if (!found || !IsArrayElementType(*found) || (base64 && *found != VT_UI1))
+            if (!found || SafeArrayElementSize(*found) == 0 || (base64 && *found != VT_UI1))
                 FormatterErrors::Throw(ids_LuxFormatter_InvalidArrayType_2, {Excerpt(name), Located(element)});
             type = *found;
         } else if (!base64) {
@@ -887,7 +867,7 @@ private:
             std::vector<SAFEARRAYBOUND> dims = bounds ? *bounds : std::vector<SAFEARRAYBOUND>{};
             return ReadBase64Array(element, std::move(dims));
         }
-        if (NumberSize(type)) return ReadNumberArray(element, type, bounds);
+        if (NumberValueSize(type)) return ReadNumberArray(element, type, bounds);
         return ReadItemArray(element, type, bounds);
     }
 
@@ -959,7 +939,7 @@ private:
         if (count > (text.size() + 1) / 2) InvalidValue(element, "it holds fewer values than its bounds say");
         Variant array = NewArray(element, type, *bounds);
         auto* data = static_cast<uint8_t*>(array.get().parray->pvData);
-        const size_t size = NumberSize(type);
+        const size_t size = NumberValueSize(type);
         for (size_t i = 0; i < count; ++i) {
             const std::string_view number = next();
             if (number.empty()) InvalidValue(element, "it holds fewer values than its bounds say");

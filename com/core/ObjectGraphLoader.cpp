@@ -1,16 +1,14 @@
 #include "com/core/ObjectGraphLoader.h"
 
-#include <unordered_set>
-
 #include "com/core/CLuxStringCollection.h"
 #include "com/core/FormatterErrors.h"
 #include "com/core/MessageTable.h"
+#include "com/core/ObjectGraphObjects.h"
 #include "com/core/ccCOMError.h"
 #include "platform/ClassTable.h"
 #include "platform/ErrorInfo.h"
 #include "platform/Guid.h"
 #include "platform/MemoryStream.h"
-#include "platform/SafeArray.h"
 #include "platform/TypeLibraryRegistry.h"
 
 namespace tessaly::core {
@@ -43,77 +41,13 @@ std::string LastFailureText(HRESULT result) {
     return MessageTable::ResultText(result);
 }
 
-// Loads an object from an empty archive: it goes back to a new object's state and drops
-// whatever it holds.
+// Empties an object the loader made, whatever happens: out of memory, it stays as it is.
 void Reset(IDispatch* object, int32_t options) noexcept {
-    ComPtr<ILuxPersistArchive> archived;
-    if (FAILED(object->QueryInterface(ILuxPersistArchive::iid, archived.OutVoid())) || !archived) return;
     try {
-        const ComPtr<CLuxArchive> empty = CLuxArchive::ForLoading(options & ~luxPersistOptionNoResetOnLoad);
-        archived->Persist(empty.get(), options & ~luxPersistOptionNoResetOnLoad);
+        ObjectGraphObjects::Empty(object, options);
     } catch (...) {
-        // Out of memory for the empty archive: the object stays as it is.
     }
 }
-
-// The identities of the objects a root reaches through the values their Persist saves.
-// The walk keeps a list of objects still to visit instead of recursing: a document can
-// chain any number of objects, each holding the one before, at a shallow nesting.
-class ReachedObjects final : public ArchiveWriter {
-public:
-    explicit ReachedObjects(IUnknown* root) {
-        Meet(root);
-        while (!pending_.empty()) {
-            IUnknown* object = pending_.back();
-            pending_.pop_back();
-            ComPtr<ILuxPersistArchive> archived;
-            if (FAILED(object->QueryInterface(ILuxPersistArchive::iid, archived.OutVoid())) || !archived) continue;
-            const ComPtr<CLuxArchive> archive = CLuxArchive::ForSaving(*this, kOptions);
-            ThrowIfFailed(archived->Persist(archive.get(), kOptions));
-        }
-    }
-
-    bool Contains(IUnknown* object) const {
-        ComPtr<IUnknown> identity;
-        return SUCCEEDED(object->QueryInterface(IUnknown::iid, identity.OutVoid())) && reached_.count(identity.get());
-    }
-
-    void WriteEntry(std::string_view, const VARIANT& value) override { Value(value); }
-
-private:
-    static constexpr int32_t kOptions = luxPersistOptionAll | luxPersistOptionSaving;
-
-    void Meet(IUnknown* object) {
-        ComPtr<IUnknown> identity;
-        ThrowIfFailed(object->QueryInterface(IUnknown::iid, identity.OutVoid()));
-        if (!reached_.insert(identity.get()).second) return;
-        pending_.push_back(identity.get());
-        kept_.push_back(std::move(identity));
-    }
-
-    // Arrays of variants nest only as deep as the document does.
-    void Value(const VARIANT& value) {
-        if (value.vt == VT_DISPATCH || value.vt == VT_UNKNOWN) {
-            if (value.punkVal) Meet(value.punkVal);
-            return;
-        }
-        const VARTYPE element = value.vt & ~VT_ARRAY;
-        if (!(value.vt & VT_ARRAY) || !value.parray ||
-            (element != VT_VARIANT && element != VT_DISPATCH && element != VT_UNKNOWN))
-            return;
-        const size_t count = SafeArrayElementCount(value.parray);
-        for (size_t i = 0; i < count; ++i) {
-            if (element == VT_VARIANT)
-                Value(static_cast<const VARIANT*>(value.parray->pvData)[i]);
-            else if (IUnknown* object = static_cast<IUnknown* const*>(value.parray->pvData)[i])
-                Meet(object);
-        }
-    }
-
-    std::unordered_set<IUnknown*> reached_;
-    std::vector<IUnknown*> pending_;
-    std::vector<ComPtr<IUnknown>> kept_;  // the identities stay valid while they are compared
-};
 
 }  // namespace
 
@@ -238,11 +172,14 @@ ComPtr<IDispatch> ObjectGraphLoader::Finish() {
         // object that holds itself: once the loader lets go nothing reaches it, and only
         // a reset frees it.
         try {
-            const ReachedObjects reached(objects_.front().object.get());
-            for (const Loaded& loaded : objects_)
-                if (loaded.created && !reached.Contains(loaded.object.get())) Reset(loaded.object.get(), options_);
+            // A graph that cannot be walked whole (an object that cannot be saved) stays as loaded.
+            const ObjectGraphObjects reached(objects_.front().object.get());
+            if (reached.Complete()) {
+                for (const Loaded& loaded : objects_)
+                    if (loaded.created && !reached.Contains(loaded.object.get())) Reset(loaded.object.get(), options_);
+            }
         } catch (...) {
-            // A graph that cannot be walked (an object that cannot be saved) stays as loaded.
+            // Out of memory while walking: the graph stays as loaded.
             ClearErrorInfo();
         }
     }

@@ -16,15 +16,31 @@ ObjectGraphObjects::ObjectGraphObjects(IUnknown* root) {
         ComPtr<ILuxPersistArchive> persist;
         if (FAILED(objects_[next]->QueryInterface(ILuxPersistArchive::iid, persist.OutVoid())) || !persist) continue;
         const ComPtr<CLuxArchive> archive = CLuxArchive::ForSaving(*this, kSaving);
-        persist->Persist(archive.get(), kSaving);
+        if (FAILED(persist->Persist(archive.get(), kSaving))) complete_ = false;
     }
+}
+
+bool ObjectGraphObjects::Contains(IUnknown* object) const {
+    ComPtr<IUnknown> identity;
+    return SUCCEEDED(object->QueryInterface(IUnknown::iid, identity.OutVoid())) && seen_.count(identity.get());
+}
+
+HRESULT ObjectGraphObjects::Empty(IUnknown* object, int32_t options) {
+    ComPtr<ILuxPersistArchive> persist;
+    if (FAILED(object->QueryInterface(ILuxPersistArchive::iid, persist.OutVoid())) || !persist) return S_FALSE;
+    options &= ~(luxPersistOptionNoResetOnLoad | luxPersistOptionSaving);
+    const ComPtr<CLuxArchive> empty = CLuxArchive::ForLoading(options);
+    return persist->Persist(empty.get(), options);
 }
 
 void ObjectGraphObjects::WriteEntry(std::string_view, const VARIANT& value) { Value(value); }
 
 void ObjectGraphObjects::Meet(IUnknown* object) {
     ComPtr<IUnknown> identity;
-    if (FAILED(object->QueryInterface(IUnknown::iid, identity.OutVoid())) || !identity) return;
+    if (FAILED(object->QueryInterface(IUnknown::iid, identity.OutVoid())) || !identity) {
+        complete_ = false;
+        return;
+    }
     if (seen_.insert(identity.get()).second) objects_.push_back(std::move(identity));
 }
 

@@ -8,7 +8,6 @@
 #include "com/core/MessageTable.h"
 #include "com/core/MethodGuard.h"
 #include "com/core/ObjectGraphObjects.h"
-#include "com/core/CLuxArchive.h"
 #include "com/core/ccCOMError.h"
 #include "platform/Bstr.h"
 #include "platform/ClassTable.h"
@@ -199,10 +198,7 @@ HRESULT ClearObjectGraph(IDispatch* root) noexcept {
         HRESULT first = S_OK;
         ComPtr<IErrorInfo> firstInfo;
         for (const ComPtr<IUnknown>& object : graph.Objects()) {
-            ComPtr<ILuxPersistArchive> persist;
-            if (FAILED(object->QueryInterface(ILuxPersistArchive::iid, persist.OutVoid())) || !persist) continue;
-            const ComPtr<core::CLuxArchive> empty = core::CLuxArchive::ForLoading(luxPersistOptionAll);
-            const HRESULT cleared = persist->Persist(empty.get(), luxPersistOptionAll);
+            const HRESULT cleared = core::ObjectGraphObjects::Empty(object.get(), luxPersistOptionAll);
             if (FAILED(cleared) && SUCCEEDED(first)) {
                 first = cleared;
                 GetErrorInfo(0, firstInfo.Out());

@@ -17,7 +17,7 @@
 
 #include "TessalyCore.h"
 #include "com/core/ObjectPersistence.h"
-#include "hostile/AllocationCounter.h"
+#include "support/AllocationCounter.h"
 #include "hostile/HostileLoad.h"
 #include "platform/Bstr.h"
 #include "platform/ClassTable.h"

@@ -12,7 +12,7 @@
 
 #include "TessalyCore.h"
 #include "TessalyTest.h"
-#include "TestBlob.h"
+#include "support/TestBlob.h"
 #include "platform/Bstr.h"
 #include "platform/ClassTable.h"
 #include "platform/ComPtr.h"

@@ -3,7 +3,6 @@
 // claim more than the input holds (refused before any allocation), nesting bombs, and
 // broken structure. Each ends in the exact HRESULT, with nothing left alive and an
 // existing root untouched.
-#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -12,54 +11,7 @@
 #include "com/core/CLuxBinaryFormatter.h"
 #include "persist/ccArchive.h"
 #include "persist/ccTransferArchive.h"
-
-// The largest single allocation while tracking is on: a hostile length must never turn
-// into a large request. Every allocation of the process is seen: new and delete, and the
-// malloc family that BSTRs and safe arrays use.
-namespace {
-std::atomic<bool> tracking{false};
-std::atomic<size_t> largestRequest{0};
-
-void Track(size_t size) noexcept {
-    if (!tracking.load(std::memory_order_relaxed)) return;
-    size_t seen = largestRequest.load(std::memory_order_relaxed);
-    while (size > seen && !largestRequest.compare_exchange_weak(seen, size, std::memory_order_relaxed)) {
-    }
-}
-}  // namespace
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-// The sanitizer owns the heap: it reports each allocation to a hook instead.
-extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*malloc_hook)(const volatile void*, size_t),
-                                                         void (*free_hook)(const volatile void*));
-namespace {
-void OnMalloc(const volatile void*, size_t size) { Track(size); }
-void OnFree(const volatile void*) {}
-[[maybe_unused]] const int hooked = __sanitizer_install_malloc_and_free_hooks(OnMalloc, OnFree);
-}  // namespace
-#else
-// The C library's allocator under its own names; these replace the public ones for every
-// library of the process (operator new included, which allocates through malloc).
-extern "C" {
-void* __libc_malloc(size_t size);
-void* __libc_calloc(size_t count, size_t size);
-void* __libc_realloc(void* block, size_t size);
-
-void* malloc(size_t size) {
-    Track(size);
-    return __libc_malloc(size);
-}
-void* calloc(size_t count, size_t size) {
-    size_t bytes = 0;
-    Track(__builtin_mul_overflow(count, size, &bytes) ? SIZE_MAX : bytes);
-    return __libc_calloc(count, size);
-}
-void* realloc(void* block, size_t size) {
-    Track(size);
-    return __libc_realloc(block, size);
-}
-}
-#endif
+#include "support/AllocationCounter.h"
 
 namespace tessaly::test {
 namespace {
@@ -269,22 +221,25 @@ TEST_F(FormatterDamageTest, LengthsAndCountsBeyondTheInputAreRefusedBeforeAlloca
                                                            .U32(0x7FFFFFFF).I32(0).U32(0x7FFFFFFF).I32(0)
                                                            .U32(0x7FFFFFFF).I32(0).U32(0).Bytes()});
     cases.push_back({"65535 dimensions", collectionThen()->U16(VT_ARRAY | VT_UI1).U16(0xFFFF).U32(1).I32(0).Bytes()});
-    // The tracker sees a large request.
-    largestRequest = 0;
-    tracking = true;
-    void* volatile probe = std::malloc(size_t(1) << 20);
-    tracking = false;
-    std::free(probe);
-    ASSERT_GE(largestRequest.load(), size_t(1) << 20);
+    {
+        // The counter sees a large request.
+        const AllocationCounter counter;
+        void* volatile probe = std::malloc(size_t(1) << 20);
+        std::free(probe);
+        ASSERT_GE(counter.Largest(), size_t(1) << 20);
+    }
 
     for (const Case& hostile : cases) {
         ASSERT_LT(hostile.bytes.size(), 128u) << hostile.what;
-        largestRequest = 0;
-        tracking = true;
-        const Loaded loaded = Load(hostile.bytes);
-        tracking = false;
+        size_t largest = 0;
+        Loaded loaded;
+        {
+            const AllocationCounter counter;
+            loaded = Load(hostile.bytes);
+            largest = counter.Largest();
+        }
         ExpectRefused(loaded, e_Lux_BadFileFormat, "ccArchive::Eof");
-        EXPECT_LT(largestRequest.load(), size_t(64) << 10) << hostile.what;
+        EXPECT_LT(largest, size_t(64) << 10) << hostile.what;
     }
     // The same shapes with their data present load (the checks refuse no less than too much).
     const auto exact = collectionThen()->U16(VT_ARRAY | VT_R8).U16(1).U32(2).I32(0).U32(0).U32(0).U32(0).U32(0)

@@ -174,17 +174,17 @@ TEST_F(XmlFormatterTest, MarkupCharactersInStringsAreEscapedAndReadBackUnchanged
 }
 
 TEST_F(XmlFormatterTest, StreamPersistedObjectsTravelAsBase64) {
-    auto blob = ComPtr<XmlTestBlob>::Attach(XmlTestBlob::Create());
+    auto blob = ComPtr<TestBlob>::Attach(TestBlob::Create());
     blob->bytes = {'f', 'o', 'o', 'b', 'a', 'r', 0, 0xFF};
-    auto empty = ComPtr<XmlTestBlob>::Attach(XmlTestBlob::Create());
+    auto empty = ComPtr<TestBlob>::Attach(TestBlob::Create());
     auto list = NewCollection();
     ASSERT_EQ(Add(list.get(), Variant(static_cast<IDispatch*>(blob.get()))), S_OK);
     ASSERT_EQ(Add(list.get(), Variant(static_cast<IDispatch*>(empty.get()))), S_OK);
     ASSERT_EQ(Add(list.get(), Variant(static_cast<IDispatch*>(blob.get()))), S_OK);
     const std::string document = Save(list.get());
     EXPECT_NE(
-        document.find("<Item0 ProgID=\"Tessaly.XmlTestBlob.1\" id=\"2\" dt:dt=\"bin.base64\">\r\nZm9vYmFyAP8=</Item0>"
-                      "<Item1 ProgID=\"Tessaly.XmlTestBlob.1\" id=\"3\" dt:dt=\"bin.base64\">\r\n</Item1>"
+        document.find("<Item0 ProgID=\"Tessaly.TestBlob.1\" id=\"2\" dt:dt=\"bin.base64\">\r\nZm9vYmFyAP8=</Item0>"
+                      "<Item1 ProgID=\"Tessaly.TestBlob.1\" id=\"3\" dt:dt=\"bin.base64\">\r\n</Item1>"
                       "<Item2 idref=\"2\"/>"),
         std::string::npos)
         << document;
@@ -196,17 +196,17 @@ TEST_F(XmlFormatterTest, StreamPersistedObjectsTravelAsBase64) {
     EXPECT_TRUE(Same(first.get().pdispVal, Item(copy.get(), 2).get().pdispVal));
     ComPtr<IPersistStream> loadedBlob = ComPtr<IDispatch>(first.get().pdispVal).As<IPersistStream>();
     ASSERT_TRUE(loadedBlob);
-    EXPECT_EQ(static_cast<XmlTestBlob*>(loadedBlob.get())->bytes, blob->bytes);
+    EXPECT_EQ(static_cast<TestBlob*>(loadedBlob.get())->bytes, blob->bytes);
     ComPtr<IPersistStream> loadedEmpty = ComPtr<IDispatch>(Item(copy.get(), 1).get().pdispVal).As<IPersistStream>();
-    EXPECT_TRUE(static_cast<XmlTestBlob*>(loadedEmpty.get())->bytes.empty());
+    EXPECT_TRUE(static_cast<TestBlob*>(loadedEmpty.get())->bytes.empty());
 
     // A stream-persisted root, with its content wrapped as other tools wrap base64.
     const Loaded root = Load(std::string(kDeclaration) +
-                             "<Root><Object ProgID=\"Tessaly.XmlTestBlob\" id=\"1\" dt:dt=\"bin.base64\">\r\n"
+                             "<Root><Object ProgID=\"Tessaly.TestBlob\" id=\"1\" dt:dt=\"bin.base64\">\r\n"
                              "  Zm9v\r\n  YmFy\r\n</Object></Root>");
     ASSERT_EQ(root.result, S_OK) << root.error.description;
     auto rootBlob = root.object.As<IPersistStream>();
-    EXPECT_EQ(static_cast<XmlTestBlob*>(rootBlob.get())->bytes, std::vector<uint8_t>({'f', 'o', 'o', 'b', 'a', 'r'}));
+    EXPECT_EQ(static_cast<TestBlob*>(rootBlob.get())->bytes, std::vector<uint8_t>({'f', 'o', 'o', 'b', 'a', 'r'}));
 }
 
 TEST_F(XmlFormatterTest, LoadingIntoAnExistingRootKeepsItsIdentity) {

@@ -9,54 +9,6 @@
 
 namespace tessaly::test {
 
-namespace {
-const CoClassInfo kBlobClass{"XmlTestBlob", XmlTestBlob::kClassId, "A class saved as a block of bytes", true,
-                             XmlTestBlob::kProgId, "Tessaly.XmlTestBlob", nullptr, 0};
-const ClassRegistrar<XmlTestBlob> registrar;
-}  // namespace
-
-const CoClassInfo& XmlTestBlob::CoClass() noexcept { return kBlobClass; }
-
-void* XmlTestBlob::FindInterface(const IID& iid) noexcept {
-    if (iid == IPersist::iid) return static_cast<IPersist*>(static_cast<IPersistStream*>(this));
-    return FindListed(iid);
-}
-
-HRESULT XmlTestBlob::GetTypeInfoCount(UINT* count) {
-    if (!count) return E_POINTER;
-    *count = 0;
-    return S_OK;
-}
-
-HRESULT XmlTestBlob::GetClassID(CLSID* clsid) {
-    if (!clsid) return E_POINTER;
-    *clsid = nullClassId ? GUID_NULL : kClassId;
-    return S_OK;
-}
-
-HRESULT XmlTestBlob::Load(IStream* stream) {
-    STATSTG stat{};
-    HRESULT hr = stream->Stat(&stat, STATFLAG_NONAME);
-    if (FAILED(hr)) return hr;
-    std::vector<uint8_t> loaded(static_cast<size_t>(stat.cbSize));
-    ULONG got = 0;
-    hr = stream->Read(loaded.data(), static_cast<ULONG>(loaded.size()), &got);
-    if (FAILED(hr)) return hr;
-    loaded.resize(got);
-    bytes = std::move(loaded);
-    return S_OK;
-}
-
-HRESULT XmlTestBlob::Save(IStream* stream, BOOL) {
-    return stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), nullptr);
-}
-
-HRESULT XmlTestBlob::GetSizeMax(ULONGLONG* size) {
-    if (!size) return E_POINTER;
-    *size = bytes.size();
-    return S_OK;
-}
-
 HRESULT XmlTestRecord::GetTypeInfoCount(UINT* count) {
     if (!count) return E_POINTER;
     *count = 0;

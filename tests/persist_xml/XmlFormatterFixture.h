@@ -16,38 +16,9 @@
 #include "platform/TypeInfo.h"
 #include "platform/UnknownObject.h"
 #include "support/RecordedError.h"
+#include "support/TestBlob.h"
 
 namespace tessaly::test {
-
-// Saved as a block of bytes; made by ProgID like any class. Its class ID can be switched
-// to all zeros.
-class XmlTestBlob : public UnknownObject<XmlTestBlob, IDispatch, IPersistStream> {
-public:
-    static constexpr CLSID kClassId = MakeGuid("0E5B7B52-1F4C-4C1B-9A77-6D2B0C3E8F15");
-    static constexpr const char* kProgId = "Tessaly.XmlTestBlob.1";
-    static const CoClassInfo& CoClass() noexcept;
-
-    std::vector<uint8_t> bytes;
-    bool nullClassId = false;
-
-    void* FindInterface(const IID& iid) noexcept;
-    HRESULT GetTypeInfoCount(UINT* count) override;
-    HRESULT GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-    HRESULT GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return DISP_E_UNKNOWNNAME; }
-    HRESULT Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override {
-        return DISP_E_MEMBERNOTFOUND;
-    }
-    HRESULT GetClassID(CLSID* clsid) override;
-    HRESULT IsDirty() override { return S_FALSE; }
-    HRESULT Load(IStream* stream) override;
-    HRESULT Save(IStream* stream, BOOL clearDirty) override;
-    HRESULT GetSizeMax(ULONGLONG* size) override;
-
-    XmlTestBlob() = default;
-
-protected:
-    ~XmlTestBlob() override = default;
-};
 
 // Persists through an archive but names no class: saved with the ProgID "NULL". Saves the
 // values it is given, under their names, whatever the names are.

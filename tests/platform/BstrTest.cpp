@@ -107,7 +107,8 @@ TEST(BstrTest, BstrOwnsExactlyOneString) {
     assigned = nuls;
     EXPECT_NE(assigned.get(), nuls.get());
     EXPECT_TRUE(assigned == nuls);
-    assigned = assigned;
+    const Bstr& self = assigned;  // through a reference, as self-assignment happens in practice
+    assigned = self;
     EXPECT_TRUE(assigned == nuls);
 
     // Detach gives the string up; Attach takes it back without copying.

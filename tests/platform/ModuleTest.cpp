@@ -89,7 +89,8 @@ TEST_F(ModuleTest, ComPtrAddsAndReleasesExactlyItsOwnReferences) {
         ComPtr<ITestGadget> assigned;
         assigned = first;
         EXPECT_EQ(RefCount(identity), 4u);
-        assigned = assigned;  // self-assignment neither adds nor drops
+        const ComPtr<ITestGadget>& self = assigned;
+        assigned = self;  // self-assignment neither adds nor drops
         EXPECT_EQ(RefCount(identity), 4u);
         assigned = std::move(moved);
         EXPECT_EQ(RefCount(identity), 3u);

@@ -1,4 +1,4 @@
-#include "TestBlob.h"
+#include "support/TestBlob.h"
 
 #include "platform/ClassTable.h"
 

@@ -1,4 +1,4 @@
-#include "hostile/AllocationCounter.h"
+#include "support/AllocationCounter.h"
 
 #include <atomic>
 #include <cstdint>
