@@ -34,6 +34,42 @@
 
 namespace tessaly {
 
+namespace detail {
+
+// Whether I is one of Listed or lies on the base chain of one of them.
+template <class I, class... Listed>
+constexpr bool ReachedThrough() {
+    return ((std::is_same_v<I, Listed> || DerivesFromInterface<I, Listed>()) || ...);
+}
+
+// Every interface the coclass names is answered by the class's list.
+template <class CoClassList, class... Listed>
+struct AnswersAll;
+template <class... Named, class... Listed>
+struct AnswersAll<InterfaceList<Named...>, Listed...> {
+    static constexpr bool value = (ReachedThrough<Named, Listed...>() && ...);
+};
+
+// Every interface the class lists (beside the runtime's own, which ComObject adds) is named
+// by the coclass itself.
+template <class I>
+constexpr bool IsRuntimeInterface() {
+    return std::is_same_v<I, IProvideClassInfo2> || std::is_same_v<I, ISupportErrorInfo> ||
+           std::is_same_v<I, IConnectionPointContainer>;
+}
+template <class I, class... Named>
+constexpr bool IsNamed() {
+    return IsRuntimeInterface<I>() || (std::is_same_v<I, Named> || ...);
+}
+template <class CoClassList, class... Listed>
+struct NamedByCoClass;
+template <class... Named, class... Listed>
+struct NamedByCoClass<InterfaceList<Named...>, Listed...> {
+    static constexpr bool value = (IsNamed<Listed, Named...>() && ...);
+};
+
+}  // namespace detail
+
 template <class Derived, class... Interfaces>
 class ComObject
     : public UnknownObject<Derived, Interfaces..., IProvideClassInfo2, ISupportErrorInfo, IConnectionPointContainer> {
@@ -188,19 +224,26 @@ public:
     }
 
 protected:
-    ComObject() = default;
+    ComObject() {
+        // Here Derived is complete: the class must answer exactly what its coclass names.
+        static_assert(
+            requires { typename Derived::CoClassInterfaceList; },
+            "name the coclass's interface list: using CoClassInterfaceList = generated::CoClassInterfaceList_<CoClass>;");
+        static_assert(detail::AnswersAll<typename Derived::CoClassInterfaceList, Interfaces...>::value,
+                      "the class does not answer every interface its coclass names: list the missing one (or an "
+                      "interface derived from it)");
+        static_assert(detail::NamedByCoClass<typename Derived::CoClassInterfaceList, Interfaces...>::value,
+                      "the class lists an interface its coclass does not name: add it to the coclass in the IDL");
+    }
     ~ComObject() override { delete connections_.load(std::memory_order_acquire); }
 
 private:
-    // Dispatch asks only for the coclass's own interfaces: an exact match over the list,
-    // compiled inline, with no IUnknown or base-interface cases.
+    // Dispatch asks only for the coclass's own interfaces (or their bases): a match over the
+    // list and its base chains, compiled inline, with no IUnknown case.
     static void* FindForDispatch(void* object, const IID& iid) noexcept {
         auto* self = static_cast<ComObject*>(object);
         void* found = nullptr;
-        ((found = found                                ? found
-                  : detail::SameGuid(iid, Interfaces::iid) ? static_cast<void*>(static_cast<Interfaces*>(self))
-                                                           : nullptr),
-         ...);
+        ((found = found ? found : detail::MatchInterface(static_cast<Interfaces*>(self), iid)), ...);
         return found;
     }
 

@@ -41,6 +41,7 @@ enum TYPEKIND : int32_t {
 // Run-time type information of one interface, dispinterface, enumeration or coclass. The
 // descriptions are static tables generated from the IDL; this interface hands them out.
 struct ITypeInfo : IUnknown {
+    using BaseInterface = IUnknown;
     static constexpr IID iid = tessaly::MakeGuid("00020401-0000-0000-C000-000000000046");
     virtual HRESULT GetTypeKind(TYPEKIND* kind) = 0;
     virtual HRESULT GetName(BSTR* name) = 0;
@@ -52,6 +53,7 @@ struct ITypeInfo : IUnknown {
 };
 
 struct IDispatch : IUnknown {
+    using BaseInterface = IUnknown;
     static constexpr IID iid = tessaly::MakeGuid("00020400-0000-0000-C000-000000000046");
     virtual HRESULT GetTypeInfoCount(UINT* pctinfo) = 0;
     virtual HRESULT GetTypeInfo(UINT iTInfo, LCID lcid, ITypeInfo** ppTInfo) = 0;
@@ -61,6 +63,7 @@ struct IDispatch : IUnknown {
 };
 
 struct IProvideClassInfo : IUnknown {
+    using BaseInterface = IUnknown;
     static constexpr IID iid = tessaly::MakeGuid("B196B283-BAB4-101A-B69C-00AA00341D07");
     virtual HRESULT GetClassInfo(ITypeInfo** ppTI) = 0;
 };
@@ -68,6 +71,7 @@ struct IProvideClassInfo : IUnknown {
 constexpr DWORD GUIDKIND_DEFAULT_SOURCE_DISP_IID = 1;
 
 struct IProvideClassInfo2 : IProvideClassInfo {
+    using BaseInterface = IProvideClassInfo;
     static constexpr IID iid = tessaly::MakeGuid("A6BC3AC0-DBAA-11CE-9DE3-00AA004BB851");
     virtual HRESULT GetGUID(DWORD dwGuidKind, GUID* pGUID) = 0;
 };
@@ -80,6 +84,7 @@ struct CONNECTDATA {
 };
 
 struct IEnumConnections : IUnknown {
+    using BaseInterface = IUnknown;
     static constexpr IID iid = tessaly::MakeGuid("B196B287-BAB4-101A-B69C-00AA00341D07");
     virtual HRESULT Next(ULONG cConnections, CONNECTDATA* rgcd, ULONG* pcFetched) = 0;
     virtual HRESULT Skip(ULONG cConnections) = 0;
@@ -88,6 +93,7 @@ struct IEnumConnections : IUnknown {
 };
 
 struct IConnectionPoint : IUnknown {
+    using BaseInterface = IUnknown;
     static constexpr IID iid = tessaly::MakeGuid("B196B286-BAB4-101A-B69C-00AA00341D07");
     virtual HRESULT GetConnectionInterface(IID* pIID) = 0;
     virtual HRESULT GetConnectionPointContainer(IConnectionPointContainer** ppCPC) = 0;
@@ -97,6 +103,7 @@ struct IConnectionPoint : IUnknown {
 };
 
 struct IEnumConnectionPoints : IUnknown {
+    using BaseInterface = IUnknown;
     static constexpr IID iid = tessaly::MakeGuid("B196B285-BAB4-101A-B69C-00AA00341D07");
     virtual HRESULT Next(ULONG cConnections, IConnectionPoint** ppCP, ULONG* pcFetched) = 0;
     virtual HRESULT Skip(ULONG cConnections) = 0;
@@ -105,12 +112,14 @@ struct IEnumConnectionPoints : IUnknown {
 };
 
 struct IConnectionPointContainer : IUnknown {
+    using BaseInterface = IUnknown;
     static constexpr IID iid = tessaly::MakeGuid("B196B284-BAB4-101A-B69C-00AA00341D07");
     virtual HRESULT EnumConnectionPoints(IEnumConnectionPoints** ppEnum) = 0;
     virtual HRESULT FindConnectionPoint(REFIID riid, IConnectionPoint** ppCP) = 0;
 };
 
 struct IEnumVARIANT : IUnknown {
+    using BaseInterface = IUnknown;
     static constexpr IID iid = tessaly::MakeGuid("00020404-0000-0000-C000-000000000046");
     virtual HRESULT Next(ULONG celt, VARIANT* rgVar, ULONG* pCeltFetched) = 0;
     virtual HRESULT Skip(ULONG celt) = 0;
@@ -137,12 +146,14 @@ struct STATSTG {
 };
 
 struct ISequentialStream : IUnknown {
+    using BaseInterface = IUnknown;
     static constexpr IID iid = tessaly::MakeGuid("0C733A30-2A1C-11CE-ADE5-00AA0044773D");
     virtual HRESULT Read(void* pv, ULONG cb, ULONG* pcbRead) = 0;
     virtual HRESULT Write(const void* pv, ULONG cb, ULONG* pcbWritten) = 0;
 };
 
 struct IStream : ISequentialStream {
+    using BaseInterface = ISequentialStream;
     static constexpr IID iid = tessaly::MakeGuid("0000000C-0000-0000-C000-000000000046");
     virtual HRESULT Seek(LONGLONG dlibMove, DWORD dwOrigin, ULONGLONG* plibNewPosition) = 0;
     virtual HRESULT SetSize(ULONGLONG libNewSize) = 0;
@@ -156,12 +167,14 @@ struct IStream : ISequentialStream {
 };
 
 struct IPersist : IUnknown {
+    using BaseInterface = IUnknown;
     static constexpr IID iid = tessaly::MakeGuid("0000010C-0000-0000-C000-000000000046");
     virtual HRESULT GetClassID(CLSID* pClassID) = 0;
 };
 
 // An object that saves itself as a block of bytes; formatters embed the block.
 struct IPersistStream : IPersist {
+    using BaseInterface = IPersist;
     static constexpr IID iid = tessaly::MakeGuid("00000109-0000-0000-C000-000000000046");
     virtual HRESULT IsDirty() = 0;  // S_OK when changed since the last save, S_FALSE when not
     virtual HRESULT Load(IStream* pStm) = 0;
@@ -170,6 +183,7 @@ struct IPersistStream : IPersist {
 };
 
 struct IErrorInfo : IUnknown {
+    using BaseInterface = IUnknown;
     static constexpr IID iid = tessaly::MakeGuid("1CF2B120-547D-101B-8E65-08002B2BD119");
     virtual HRESULT GetGUID(GUID* pGUID) = 0;
     virtual HRESULT GetSource(BSTR* pBstrSource) = 0;
@@ -179,11 +193,13 @@ struct IErrorInfo : IUnknown {
 };
 
 struct ISupportErrorInfo : IUnknown {
+    using BaseInterface = IUnknown;
     static constexpr IID iid = tessaly::MakeGuid("DF0B3D60-548F-101B-8E65-08002B2BD119");
     virtual HRESULT InterfaceSupportsErrorInfo(REFIID riid) = 0;
 };
 
 struct IClassFactory : IUnknown {
+    using BaseInterface = IUnknown;
     static constexpr IID iid = tessaly::MakeGuid("00000001-0000-0000-C000-000000000046");
     virtual HRESULT CreateInstance(IUnknown* pUnkOuter, REFIID riid, void** ppvObject) = 0;
     virtual HRESULT LockServer(int32_t fLock) = 0;

@@ -106,6 +106,12 @@ struct CoClassInfo {
     uint16_t interfaceCount;
 };
 
+// The vtable interfaces a coclass names (source interfaces left out), as C++ types: the
+// generated header declares one list per coclass (generated::CoClassInterfaceList_Name), and
+// ComObject checks at compile time that the implementing class answers exactly these.
+template <class... Interfaces>
+struct InterfaceList {};
+
 struct TypeLibraryInfo {
     const char* name;  // "TessalyCore"
     GUID libid;

@@ -10,8 +10,9 @@
 //     };
 //
 // IUnknown and IDispatch are answered through the first dual interface of the list (IUnknown
-// through the first interface when none is dual), and the standard base interfaces (IProvideClassInfo,
-// ISequentialStream) through the listed interface that derives from them. A class that
+// through the first interface when none is dual), and every other interface along a listed
+// interface's base chain through that interface. Listing a base beside an interface derived
+// from it does not compile. A class that
 // answers more IIDs declares its own `void* FindInterface(const IID&)`, which hides this
 // one and may fall back to FindListed.
 #pragma once
@@ -41,21 +42,43 @@ inline bool SameGuid(const GUID& a, const GUID& b) noexcept {
     return ((x[0] ^ y[0]) | (x[1] ^ y[1])) == 0;
 }
 
-// The pointer for iid if `object` (seen as I) answers it as I itself or one of the
-// standard bases of I.
+// Whether I names the interface it derives from (every generated and standard interface
+// does, IUnknown alone excepted).
+template <class I>
+concept HasBaseInterface = requires { typename I::BaseInterface; };
+
+// The pointer for iid if `object` (seen as I) answers it as I itself or as an interface
+// along I's base chain: a class lists its most derived interfaces only.
 template <class I>
 void* MatchInterface(I* object, const IID& iid) noexcept {
     if (SameGuid(iid, I::iid)) return object;
-    if constexpr (std::is_base_of_v<IDispatch, I> && !std::is_same_v<IDispatch, I>) {
-        if (SameGuid(iid, IDispatch::iid)) return static_cast<IDispatch*>(object);
-    }
-    if constexpr (std::is_base_of_v<IProvideClassInfo, I> && !std::is_same_v<IProvideClassInfo, I>) {
-        if (SameGuid(iid, IProvideClassInfo::iid)) return static_cast<IProvideClassInfo*>(object);
-    }
-    if constexpr (std::is_base_of_v<ISequentialStream, I> && !std::is_same_v<ISequentialStream, I>) {
-        if (SameGuid(iid, ISequentialStream::iid)) return static_cast<ISequentialStream*>(object);
+    if constexpr (HasBaseInterface<I>) {
+        using Base = typename I::BaseInterface;
+        if constexpr (!std::is_same_v<Base, IUnknown>) return MatchInterface(static_cast<Base*>(object), iid);
     }
     return nullptr;
+}
+
+// Whether Base lies on Derived's base chain (Derived itself excluded).
+template <class Base, class Derived>
+constexpr bool DerivesFromInterface() {
+    if constexpr (HasBaseInterface<Derived>) {
+        using Next = typename Derived::BaseInterface;
+        return std::is_same_v<Base, Next> || DerivesFromInterface<Base, Next>();
+    } else {
+        return false;
+    }
+}
+
+// Whether some interface of the list is a base of another interface of the list: the class
+// would hold two vtables for one interface, and QueryInterface could answer either.
+template <class I, class... Interfaces>
+constexpr bool IsBaseOfAny() {
+    return (DerivesFromInterface<I, Interfaces>() || ...);
+}
+template <class... Interfaces>
+constexpr bool ListsABaseBesideItsDerived() {
+    return (IsBaseOfAny<Interfaces, Interfaces...>() || ...);
 }
 
 // The interface that stands for the object's identity: the first dual one, else the first.
@@ -79,6 +102,9 @@ struct IdentityOf<First, Rest...> {
 template <class Derived, class... Interfaces>
 class UnknownObject : public Interfaces... {
     static_assert(sizeof...(Interfaces) > 0, "an object implements at least one interface");
+    static_assert(!detail::ListsABaseBesideItsDerived<Interfaces...>(),
+                  "list only the most derived interfaces: a base interface is answered through the interface "
+                  "derived from it");
     using Identity = typename detail::IdentityOf<Interfaces...>::type;
 
 public:

@@ -30,6 +30,7 @@ namespace tessaly::core {
 class CLuxArchive : public ComObject<CLuxArchive, ILuxArchive> {
 public:
     static const CoClassInfo& CoClass() noexcept { return generated::CoClass_LuxArchive; }
+    using CoClassInterfaceList = generated::CoClassInterfaceList_LuxArchive;
 
     // `options` as Persist receives them; the saving bit is set or cleared here.
     static ComPtr<CLuxArchive> ForSaving(ArchiveWriter& writer, int32_t options);

@@ -23,6 +23,7 @@ namespace tessaly::core {
 class CLuxBinaryFormatter : public ComObject<CLuxBinaryFormatter, ILuxFormatter> {
 public:
     static const CoClassInfo& CoClass() noexcept { return generated::CoClass_LuxBinaryFormatter; }
+    using CoClassInterfaceList = generated::CoClassInterfaceList_LuxBinaryFormatter;
 
     // The deepest nesting of objects and arrays of VARIANTs that is saved or loaded (the
     // root object is level 1). Bounds the stack a hostile archive can make the reader use.

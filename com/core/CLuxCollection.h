@@ -43,6 +43,7 @@ struct LuxCollectionItems {
 class CLuxCollection : public ccCollectionImpl<CLuxCollection, ILuxCollection, LuxCollectionItems> {
 public:
     static const CoClassInfo& CoClass() noexcept { return generated::CoClass_LuxCollection; }
+    using CoClassInterfaceList = generated::CoClassInterfaceList_LuxCollection;
 
     HRESULT putref_Item(VARIANT KeyOrIndex, VARIANT Item) override;
 

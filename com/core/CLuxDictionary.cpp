@@ -120,22 +120,6 @@ void PutFontProperty(IDispatch* font, DISPID dispid, VARIANT& value) {
 
 const CoClassInfo& CLuxDictionary::CoClass() { return generated::CoClass_LuxDictionary; }
 
-void* CLuxDictionary::FindInterface(const IID& iid) noexcept {
-    if (iid == ILuxDictionary::iid) return static_cast<ILuxDictionary*>(this);
-    return ComObject::FindInterface(iid);
-}
-
-HRESULT CLuxDictionary::Invoke(DISPID dispIdMember, REFIID riid, LCID, WORD wFlags, DISPPARAMS* pDispParams,
-                               VARIANT* pVarResult, EXCEPINFO* pExcepInfo, UINT* puArgErr) {
-    if (!(riid == GUID_NULL)) return DISP_E_UNKNOWNINTERFACE;
-    const Dispatcher* dispatcher = ClassDispatcher();
-    if (!dispatcher) return E_OUTOFMEMORY;
-    constexpr Dispatcher::InterfaceFinder find = [](void* object, const IID& iid) noexcept {
-        return static_cast<CLuxDictionary*>(object)->FindInterface(iid);
-    };
-    return dispatcher->Invoke(this, find, dispIdMember, wFlags, pDispParams, pVarResult, pExcepInfo, puArgErr);
-}
-
 HRESULT CLuxDictionary::Init(BSTR Path, BSTR BaseName) {
     return Guarded("Init", ILuxDictionary::iid, [&] {
         const std::string folder(BstrView(Path));

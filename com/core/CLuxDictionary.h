@@ -16,12 +16,7 @@ namespace tessaly::core {
 class CLuxDictionary : public ComObject<CLuxDictionary, ILuxDictionaryEx> {
 public:
     static const CoClassInfo& CoClass();
-
-    // ILuxDictionary is the base of ILuxDictionaryEx and also listed by the coclass:
-    // answered through the one ILuxDictionaryEx vtable, for QueryInterface and dispatch.
-    void* FindInterface(const IID& iid) noexcept;
-    HRESULT Invoke(DISPID dispIdMember, REFIID riid, LCID lcid, WORD wFlags, DISPPARAMS* pDispParams,
-                   VARIANT* pVarResult, EXCEPINFO* pExcepInfo, UINT* puArgErr) override;
+    using CoClassInterfaceList = generated::CoClassInterfaceList_LuxDictionary;
 
     // ILuxDictionary
     HRESULT Init(BSTR Path, BSTR BaseName) override;

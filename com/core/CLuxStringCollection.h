@@ -41,6 +41,7 @@ class CLuxStringCollection
     : public ccCollectionImpl<CLuxStringCollection, ILuxStringCollection, LuxStringCollectionItems> {
 public:
     static const CoClassInfo& CoClass() noexcept { return generated::CoClass_LuxStringCollection; }
+    using CoClassInterfaceList = generated::CoClassInterfaceList_LuxStringCollection;
 
     CLuxStringCollection() = default;
 

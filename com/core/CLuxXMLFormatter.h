@@ -34,6 +34,7 @@ namespace tessaly::core {
 class CLuxXMLFormatter : public ComObject<CLuxXMLFormatter, ILuxFormatter, ILuxXMLFormatterSettings> {
 public:
     static const CoClassInfo& CoClass() noexcept { return generated::CoClass_LuxXMLFormatter; }
+    using CoClassInterfaceList = generated::CoClassInterfaceList_LuxXMLFormatter;
 
     // The deepest nesting of elements that is written or read, the top element included.
     // Bounds the stack that a document can make the reader use.

@@ -17,6 +17,7 @@ public:
     class ccILuxEventInfoImpl : public ComObject<ccILuxEventInfoImpl, ILuxEventInfo_Disp, ILuxEventInfo> {
     public:
         static const CoClassInfo& CoClass() { return generated::CoClass_LuxEventInfo; }
+        using CoClassInterfaceList = generated::CoClassInterfaceList_LuxEventInfo;
 
         // `arguments` as Invoke received them (last first); they are copied in declared
         // order. Null when out of memory.

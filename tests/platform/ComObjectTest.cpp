@@ -91,6 +91,7 @@ TEST_F(ComObjectTest, CreateInstanceAnswersTheAskedInterfaceOrCreatesNothing) {
 class SelfReferencingGadget : public ComObject<SelfReferencingGadget, ITestGadget> {
 public:
     static const CoClassInfo& CoClass() { return TestGadget::CoClass(); }
+    using CoClassInterfaceList = TestGadget::CoClassInterfaceList;
     HRESULT get_Kind(BSTR* value) override {
         *value = nullptr;
         return S_OK;

@@ -30,6 +30,7 @@ private:
 class TestShapes : public ComObject<TestShapes, ITestShapes, ITestRaw> {
 public:
     static const CoClassInfo& CoClass();
+    using CoClassInterfaceList = generated::CoClassInterfaceList_TestSealed;
     static constexpr DISPID kColor = 0x1004001;
     static constexpr DISPID kOwner = 0x1004002;
     static constexpr DISPID kCell = 0x1004003;

@@ -20,6 +20,7 @@ namespace tessaly::test {
 class TestWidget : public ComObject<TestWidget, ITestWidget, ITestGadget> {
 public:
     static const CoClassInfo& CoClass();
+    using CoClassInterfaceList = generated::CoClassInterfaceList_TestWidget;
     // DISPIDs of the test type library's members, as the tests use them.
     static constexpr DISPID kName = 0x1001001;
     static constexpr DISPID kRatio = 0x1001002;
@@ -93,6 +94,7 @@ protected:
 class TestGadget : public ComObject<TestGadget, ITestGadget> {
 public:
     static const CoClassInfo& CoClass();
+    using CoClassInterfaceList = generated::CoClassInterfaceList_TestGadget;
     HRESULT get_Kind(BSTR* value) override;
     HRESULT get_Size(LONG* value) override;
     HRESULT put_Size(LONG value) override;

@@ -11,6 +11,7 @@ namespace tessaly::test {
 class TestPoint : public core::ILuxObjectImplBase<TestPoint, ITestPoint> {
 public:
     static const CoClassInfo& CoClass();
+    using CoClassInterfaceList = generated::CoClassInterfaceList_TestPoint;
     void CopyFrom(const TestPoint& source);
     void PersistState(core::ArchiveAccess& archive);
 

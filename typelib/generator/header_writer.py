@@ -7,7 +7,7 @@ from cpp_names import (
     NAMESPACE, banner, coclass_info_name, comment_text, enum_info_name, int32_literal,
     interface_info_name, library_function_name, library_info_name,
 )
-from idl_ast import Interface, Library, Member, Param
+from idl_ast import IMPLTYPEFLAG_FSOURCE, Interface, Library, Member, Param
 
 
 def param_declaration(p: Param) -> str:
@@ -22,11 +22,26 @@ def method_declaration(m: Member) -> str:
     return f"virtual HRESULT {m.cpp_name}({params}) = 0;"
 
 
+def declared_kind(library: Library, name: str) -> str | None:
+    """The kind of an interface declared in the library or one it imports."""
+    found = library.interface(name)
+    if found:
+        return found.kind
+    for imported in library.imports:
+        kind = declared_kind(imported, name)
+        if kind:
+            return kind
+    return None
+
+
 def write_interface(out: list[str], iface: Interface) -> None:
     if iface.help:
         out.append(f"// {comment_text(iface.help)}")
     base = iface.base or ("IDispatch" if iface.base_is_dispatch else "IUnknown")
     out.append(f"struct {iface.name} : {base} {{")
+    # The base link: QueryInterface answers every interface along the chain through the
+    # most derived one a class lists.
+    out.append(f"    using BaseInterface = {base};")
     out.append(f'    static constexpr IID iid = tessaly::MakeGuid("{iface.iid}");')
     if iface.kind != "DispInterface":
         for m in iface.members:
@@ -72,6 +87,16 @@ def write_header(library: Library) -> str:
     for c in library.coclasses:
         out.append(f'inline constexpr CLSID CLSID_{c.name} = tessaly::MakeGuid("{c.clsid}");')
     out.append(f'inline constexpr GUID LIBID_{library.name} = tessaly::MakeGuid("{library.libid}");')
+    out.append("")
+
+    # Each coclass's vtable interfaces, for the compile-time check that the implementing
+    # class answers exactly what its coclass names.
+    out.append(f"namespace {NAMESPACE} {{")
+    for c in library.coclasses:
+        names = [ci.name for ci in c.interfaces
+                 if not (ci.flags & IMPLTYPEFLAG_FSOURCE) and declared_kind(library, ci.name) != "DispInterface"]
+        out.append(f"using CoClassInterfaceList_{c.name} = tessaly::InterfaceList<{', '.join(names)}>;")
+    out.append(f"}}  // namespace {NAMESPACE}")
     out.append("")
 
     out.append("// The run-time type information of the library; it registers itself when loaded.")

@@ -13,6 +13,7 @@ namespace tessaly::python::test {
 class Probe : public ComObject<Probe, IProbe> {
 public:
     static const CoClassInfo& CoClass();
+    using CoClassInterfaceList = generated::CoClassInterfaceList_Probe;
 
     HRESULT Echo(VARIANT value, VARIANT* copy) override;
     HRESULT VarType(VARIANT value, LONG* type) override;
