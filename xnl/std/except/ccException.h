@@ -19,6 +19,9 @@
 // failure nnnn in bits 0-15 (docs/errors.md lists the families taken). A code is unique
 // over the whole library.
 //
+// Exceptions are persistent core values (ccPersistent): the class name under which an
+// error is stored is its message, "ccArchive::Eof".
+//
 // A throw site that knows better than the table which text describes the failure names a
 // message ID and up to three inserts (%1 %2 %3 of that message):
 //
@@ -32,7 +35,9 @@
 #include <utility>
 #include <vector>
 
-class ccException : public std::exception {
+#include "xnl/std/base/ccPersistent.h"
+
+class ccException : public std::exception, public ccPersistent {
 public:
     // The code that keys the guard's table.
     virtual int32_t Code() const noexcept = 0;
@@ -97,4 +102,5 @@ public:
 
     int32_t Code() const noexcept override { return CodeValue; }
     const char* Message() const noexcept override { return Name.text; }
+    const char* PersistentClassName() const noexcept override { return Name.text; }
 };

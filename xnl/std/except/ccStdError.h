@@ -40,5 +40,7 @@ public:
 
     int32_t Code() const noexcept override { return kCode; }
     const char* Message() const noexcept override { return Details().c_str(); }
+    // The message is the description; the class is still this one.
+    const char* PersistentClassName() const noexcept override { return "ccStdError::Described"; }
     std::string DetailedMessage() const override { return Details(); }
 };
