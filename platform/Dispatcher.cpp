@@ -398,6 +398,8 @@ Dispatcher::Dispatcher(const CoClassInfo& coclass) : coclass_(&coclass) {
         const CoClassInterface& entry = coclass.interfaces[i];
         const bool source = entry.flags & IMPLTYPEFLAG_FSOURCE;
         const bool isDefault = entry.flags & IMPLTYPEFLAG_FDEFAULT;
+        // C++ alone calls a [local] interface: it is neither a default nor dispatched.
+        if (entry.iface->kind == InterfaceKind::Local) continue;
         if (source) {
             if (!firstSource) firstSource = &entry;
             if (isDefault && !defaultSource_) defaultSource_ = entry.iface;
@@ -413,7 +415,9 @@ Dispatcher::Dispatcher(const CoClassInfo& coclass) : coclass_(&coclass) {
     if (defaultInterface_) AddInterface(*defaultInterface_, defaultInterface_->iid);
     for (uint16_t i = 0; i < coclass.interfaceCount; ++i) {
         const CoClassInterface& entry = coclass.interfaces[i];
-        if ((entry.flags & IMPLTYPEFLAG_FSOURCE) || entry.iface == defaultInterface_) continue;
+        if ((entry.flags & IMPLTYPEFLAG_FSOURCE) || entry.iface == defaultInterface_ ||
+            entry.iface->kind == InterfaceKind::Local)
+            continue;
         AddInterface(*entry.iface, entry.iface->iid);
     }
     BuildIndex();

@@ -4,7 +4,8 @@
 // arguments and calling the member's thunk.
 //
 // Which member a name or DISPID means: every non-source interface of the coclass whose
-// members have thunks takes part, with its base interfaces. The default interface is
+// members have thunks takes part, with its base interfaces; a [local] interface, called
+// from C++ alone, takes no part (QueryInterface still answers it and its bases). The default interface is
 // entered first and wins a name or DISPID that occurs in several interfaces.
 //
 // Invoke follows the rules automation clients rely on:

@@ -53,13 +53,14 @@ struct MemberInfo {
     const ParamInfo* params; // every parameter, the retval one (if any) last
     uint16_t paramCount;
     const char* helpString;
-    DispatchThunk thunk;     // nullptr for members of dispinterfaces (events)
+    DispatchThunk thunk;     // nullptr for members of dispinterfaces (events) and [local] interfaces
 };
 
 enum class InterfaceKind : uint8_t {
     Dual,           // vtable interface derived from IDispatch, callable through dispatch
     DispInterface,  // dispatch only (outgoing event interfaces)
-    Custom,         // vtable only ([oleautomation] on IUnknown)
+    Custom,         // vtable only ([oleautomation] on IUnknown), its members callable through dispatch
+    Local,          // vtable only ([local]): C types and structs, called from C++ alone; no thunks
 };
 
 struct InterfaceInfo {

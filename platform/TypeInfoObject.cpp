@@ -50,7 +50,8 @@ HRESULT TypeInfoObject::GetTypeKind(TYPEKIND* kind) {
     } else {
         // A dual interface is described by its dispatch view, as IDispatch::GetTypeInfo
         // hands it out; InterfaceInfo::kind still tells it apart from a dispinterface.
-        *kind = interface_->kind == InterfaceKind::Custom ? TKIND_INTERFACE : TKIND_DISPATCH;
+        const bool vtableOnly = interface_->kind == InterfaceKind::Custom || interface_->kind == InterfaceKind::Local;
+        *kind = vtableOnly ? TKIND_INTERFACE : TKIND_DISPATCH;
     }
     return S_OK;
 }

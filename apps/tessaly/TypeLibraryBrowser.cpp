@@ -20,6 +20,7 @@ const char* KindName(InterfaceKind kind) {
         case InterfaceKind::Dual: return "dual";
         case InterfaceKind::DispInterface: return "dispinterface";
         case InterfaceKind::Custom: return "custom";
+        case InterfaceKind::Local: return "local";
     }
     return "?";
 }
@@ -122,7 +123,7 @@ void TypeLibraryBrowser::DescribeInterface(const InterfaceInfo& iface, std::ostr
     out << "  iid:  " << FormatGuid(iface.iid) << "\n";
     out << "  kind: " << KindName(iface.kind) << "\n";
     const char* base = iface.base                              ? iface.base->name
-                       : iface.kind == InterfaceKind::Custom ? "IUnknown"
+                       : iface.kind == InterfaceKind::Custom || iface.kind == InterfaceKind::Local ? "IUnknown"
                                                                : "IDispatch";
     out << "  base: " << base << "\n";
     out << "  help: " << iface.helpString << "\n";

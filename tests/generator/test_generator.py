@@ -174,6 +174,228 @@ class ImportTests(unittest.TestCase):
         self.assertIn("cannot read imported library Missing.idl", caught.exception.message)
 
 
+def local(body: str, name: str = "IL", iid: str = "A0000000-0000-0000-0000-0000000000AA", base: str = "IUnknown") -> str:
+    return f"[object, uuid({iid}), local]\ninterface {name} : {base} {{\n{textwrap.dedent(body)}}};\n"
+
+
+def coclass(items: str, name: str = "C", clsid: str = "C0000000-0000-0000-0000-000000000001") -> str:
+    return f"[uuid({clsid})]\ncoclass {name} {{ {items} }};\n"
+
+
+class StateIdCheckTests(unittest.TestCase):
+    """A state ID equals the DISPID of the member it names, but for the listed exceptions."""
+
+    def assertIdlError(self, text: str, line: int, column: int, fragment: str):
+        ErrorTests.assertIdlError(self, text, line, column, fragment)
+
+    WIDGET = dual("[id(0x1001001), propget] HRESULT Width([out, retval] double* v);\n"
+                  "[id(0x1001001), propput] HRESULT Width([in] double v);\n", name="ILuxWidget")
+
+    def test_a_state_id_that_differs_from_its_dispid_fails_at_the_member(self):
+        self.assertIdlError(lib(self.WIDGET + "typedef enum LuxWidgetStateIDs {\n"
+                                "    luxWidget_Width = 0x1001002\n} LuxWidgetStateIDs;\n"),
+                            9, 5, "luxWidget_Width is 0x1001002 but the DISPID of Width is 0x1001001")
+        parse_lib(self.WIDGET + "enum LuxWidgetStateIDs { luxWidget_Width = 0x1001001 };\n")
+
+    def test_unknown_interfaces_and_members_are_errors(self):
+        self.assertIdlError(lib(self.WIDGET + "enum LuxWidgetStateIDs { luxWidget_Height = 1 };\n"),
+                            8, 26, "names no member Height of ILuxWidget")
+        self.assertIdlError(lib("enum LuxGoneStateIDs { luxGone_Width = 1 };\n"), 3, 24, "names no interface ILuxGone")
+        self.assertIdlError(lib(self.WIDGET + "enum LuxWidgetStateIDs { Width = 0x1001001 };\n"), 8, 26,
+                            "not named <stem>_<Member>")
+        # The reserved state IDs name no member.
+        parse_lib("enum LuxStateIDs { luxState_Undefined = 0, luxState_MoreThanOneStateIDChanged = -1 };\n")
+
+    def test_allowances_keep_their_own_values(self):
+        tool = dual("[id(0x101D00C), propget] HRESULT LastRunRecordEnableBase([out, retval] long* v);\n"
+                    "[id(0x101D00C), propput] HRESULT LastRunRecordEnableBase([in] long v);\n", name="ILuxTool")
+        parse_lib(tool + "enum LuxToolStateIDs { luxTool_LastRunRecordEnableBase = 0x101D004 };\n")
+        self.assertIdlError(lib(tool + "enum LuxToolStateIDs { luxTool_LastRunRecordEnableBase = 0x101D00C };\n"),
+                            8, 24, "luxTool_LastRunRecordEnableBase is 0x101d00c; it keeps 0x101d004")
+
+    def test_members_of_the_class_and_the_enumerations_own_interface_count(self):
+        graphic = dual("[id(0x101100B), propget] HRESULT Color([out, retval] OLE_COLOR* v);\n", name="ILuxGraphic")
+        rectangle = dual("[id(0x1019016), propget] HRESULT X([out, retval] double* v);\n", name="ILuxRectangle",
+                         iid="A0000000-0000-0000-0000-000000000002")
+        fifo = dual("[id(0x1001803), propget] HRESULT Timeout([out, retval] double* v);\n", name="ILuxAcqFifo",
+                    iid="A0000000-0000-0000-0000-000000000003")
+        body = (graphic + rectangle + fifo +
+                coclass("[default] interface ILuxRectangle; interface ILuxGraphic;", name="LuxRectangle") +
+                "enum LuxRectangleStateIDs { luxRectangle_X = 0x1019016, luxRectangle_Color = 0x101100B };\n"
+                "enum LuxAcqFifoStateIDs { luxAcq_Timeout = 0x1001803 };\n")
+        parse_lib(body)
+        self.assertIdlError(lib(body.replace("luxAcq_Timeout = 0x1001803", "luxAcq_Timeout = 0x1001804")),
+                            18, 27, "luxAcq_Timeout is 0x1001804")
+
+
+class CoClassCheckTests(unittest.TestCase):
+    """One IDispatch serves every interface a class names: one name, one DISPID."""
+
+    def assertIdlError(self, text: str, line: int, column: int, fragment: str):
+        ErrorTests.assertIdlError(self, text, line, column, fragment)
+
+    A = dual("[id(0x1001001), propget] HRESULT Size([out, retval] long* v);\n"
+             "[id(0x1001001), propput] HRESULT Size([in] long v);\n", name="IA")
+
+    def test_a_name_with_two_dispids_fails_at_the_second_interface(self):
+        b = dual("[id(0x1002001)] HRESULT size();\n", name="IB", iid="A0000000-0000-0000-0000-000000000002")
+        self.assertIdlError(lib(self.A + b + coclass("interface IA;\ninterface IB;")), 14, 11,
+                            "coclass C: size is DISPID 0x1002001 in IB but 0x1001001 in IA")
+
+    def test_a_dispid_with_two_names_fails_too_also_through_a_base(self):
+        base = dual("[id(0x1001001)] HRESULT Grow();\n", name="IBase", iid="A0000000-0000-0000-0000-000000000002")
+        derived = dual("[id(0x1002001)] HRESULT Other();\n", name="IDerived",
+                       iid="A0000000-0000-0000-0000-000000000003", base="IBase")
+        self.assertIdlError(lib(self.A + base + derived + coclass("interface IA; interface IDerived;")), 17, 37,
+                            "DISPID 0x1001001 is Grow in IBase but Size in IA")
+
+    def test_shared_bases_properties_and_local_interfaces_are_fine(self):
+        base = dual("[id(0x1003001)] HRESULT Ping();\n", name="IBase", iid="A0000000-0000-0000-0000-000000000002")
+        one = dual("[id(0x1003002)] HRESULT One();\n", name="IOne", iid="A0000000-0000-0000-0000-000000000003",
+                   base="IBase")
+        two = dual("[id(0x1003003)] HRESULT Two();\n", name="ITwo", iid="A0000000-0000-0000-0000-000000000004",
+                   base="IBase")
+        hidden = local("HRESULT Size([out] double* v);\n")
+        parse_lib(self.A + base + one + two + hidden +
+                  coclass("[default] interface IA; interface IOne; interface ITwo; interface IL;"))
+
+    def test_custom_interfaces_are_dispatched_so_they_count(self):
+        raw = ("[object, uuid(A0000000-0000-0000-0000-000000000002), oleautomation]\n"
+               "interface IRaw : IUnknown { HRESULT Size([out, retval] long* v); };\n")
+        self.assertIdlError(lib(self.A + raw + coclass("interface IA; interface IRaw;")), 11, 37,
+                            "Size is DISPID 0x60000000 in IRaw")
+
+
+class EnumDuplicateTests(unittest.TestCase):
+    """Enumerators share the C++ global namespace: one name once in everything a library sees."""
+
+    def setUp(self):
+        self.dir = tempfile.mkdtemp()
+        self.addCleanup(shutil.rmtree, self.dir)
+        for name, number in (("One", 1), ("Two", 2)):
+            with open(os.path.join(self.dir, f"{name}.idl"), "w", encoding="utf-8") as f:
+                f.write(f"[uuid(2111111{number}-2222-3333-4444-555555555555)]\nlibrary {name} {{\n"
+                        f"    enum {name}Colors {{ shared{name} = 1, sharedRed = 2 }};\n}};\n")
+
+    def test_duplicates_name_the_first_declaration(self):
+        with self.assertRaises(IdlError) as caught:
+            parse(lib("enum E { a, b };\nenum F {\n  c, a };\n"), "t.idl")
+        self.assertEqual(str(caught.exception), "t.idl:5:6: error: 'a' is already declared by enumeration E at 3:10")
+
+    def test_a_member_two_imported_libraries_declare_fails_at_the_second_import(self):
+        text = LIB_HEAD + 'importlib("One.idl");\nimportlib("Two.idl");\n};\n'
+        with self.assertRaises(IdlError) as caught:
+            parse(text, os.path.join(self.dir, "t.idl"))
+        e = caught.exception
+        self.assertEqual((e.location.line, e.location.column), (4, 11))
+        self.assertIn("'sharedRed' of Two.TwoColors is already declared by enumeration OneColors of One", e.message)
+        with self.assertRaises(IdlError) as caught:
+            parse(LIB_HEAD + 'importlib("One.idl");\nenum Mine { sharedRed = 3 };\n};\n', os.path.join(self.dir, "t.idl"))
+        self.assertIn("'sharedRed' is already declared by enumeration OneColors of One", caught.exception.message)
+
+
+class StructAndLocalTests(unittest.TestCase):
+    """OLE_COLOR, plain C structs, and [local] interfaces that take them from C++ alone."""
+
+    def assertIdlError(self, text: str, line: int, column: int, fragment: str):
+        ErrorTests.assertIdlError(self, text, line, column, fragment)
+
+    SPAN = ("typedef [uuid(D0000000-0000-0000-0000-000000000001), helpstring(\"A span\")]\n"
+            "struct Span { double Start; long Count; hyper Address; OLE_COLOR Tint; const BYTE* Data;\n"
+            "              struct Span* Next; double Window[4]; } Span;\n")
+
+    def test_structs_in_declaration_order_in_the_header(self):
+        library = parse_lib(self.SPAN + "typedef struct [uuid(D0000000-0000-0000-0000-000000000002)] Pair {\n"
+                            "    Span First; Span Second; } Pair;\n")
+        self.assertEqual([s.name for s in library.structs], ["Span", "Pair"])
+        self.assertEqual(library.structs[0].uuid, "D0000000-0000-0000-0000-000000000001")
+        header = write_header(library)
+        self.assertIn("// A span\nstruct Span {\n    double Start;\n    LONG Count;\n    LONGLONG Address;\n"
+                      "    OLE_COLOR Tint;\n    const BYTE* Data;\n    Span* Next;\n    double Window[4];\n};", header)
+        self.assertLess(header.index("struct Span {"), header.index("struct Pair {"))
+        self.assertIn("typedef ULONG OLE_COLOR;", header)
+        self.assertNotIn("Span", write_dispatch(library, "L.h"))
+
+    def test_struct_errors(self):
+        self.assertIdlError(lib("typedef struct S { BSTR Name; } S;\n"), 3, 20, "not 'BSTR'")
+        self.assertIdlError(lib("typedef struct S { T Inner; } S;\ntypedef struct T { long A; } T;\n"), 3, 20,
+                            "struct T must be defined before S")
+        self.assertIdlError(lib("typedef struct S { long A; double A; } S;\n"), 3, 35, "duplicate field name 'A'")
+        self.assertIdlError(lib("typedef struct S { long A[0]; } S;\n"), 3, 27, "positive decimal length")
+        self.assertIdlError(lib("typedef struct S { long A; } T;\n"), 3, 30, "under its own name")
+
+    def test_a_dispatch_member_cannot_take_a_struct(self):
+        self.assertIdlError(lib(self.SPAN + dual("[id(1)] HRESULT F([in] Span s);\n")), 8, 24,
+                            "struct Span cannot cross a dispatch interface")
+        self.assertIdlError(lib(self.SPAN + dual("[id(1)] HRESULT F([out, retval] Span* s);\n")), 8, 33,
+                            "struct Span cannot cross a dispatch interface")
+        raw = "[object, uuid(A0000000-0000-0000-0000-000000000002), oleautomation]\n"
+        self.assertIdlError(lib(self.SPAN + raw + "interface IRaw : IUnknown { HRESULT F([in] BYTE* p); };\n"),
+                            7, 44, "one pointer too many")
+
+    def test_local_interfaces_take_c_types_and_have_no_thunks(self):
+        library = parse_lib(self.SPAN + dual("[id(0x1001001)] HRESULT Ping();\n") + local("""
+            HRESULT GetSpan([out, retval] Span* span);
+            HRESULT SetSpan([in] const Span* span, [in] Span copy);
+            HRESULT Raw([out] void** memory, [in] hyper address, [out] double* ratio, [out, retval] long* size);
+        """) + coclass("interface IL; interface IX;"))
+        il = library.interface("IL")
+        self.assertEqual(il.kind, "Local")
+        self.assertEqual([m.dispid for m in il.members], [0x60000000, 0x60000001, 0x60000002])
+        header = write_header(library)
+        self.assertIn("struct IL : IUnknown {\n    using BaseInterface = IUnknown;", header)
+        self.assertIn("virtual HRESULT GetSpan(Span* span) = 0;", header)
+        self.assertIn("virtual HRESULT SetSpan(const Span* span, Span copy) = 0;", header)
+        self.assertIn("virtual HRESULT Raw(void** memory, LONGLONG address, double* ratio, LONG* size) = 0;", header)
+        # The class lists it; dispatch never reaches it, so it is never the default.
+        self.assertIn("using CoClassInterfaceList_C = tessaly::InterfaceList<IL, IX>;", header)
+        self.assertEqual([i.flags for i in library.coclasses[0].interfaces], [0, idl_ast.IMPLTYPEFLAG_FDEFAULT])
+        self.assertNotIn("Thunk_IL", write_dispatch(library, "L.h"))
+        info = write_typeinfo(library, "L.h")
+        self.assertIn('{"GetSpan", 0x60000000, INVOKE_FUNC, Params_IL_GetSpan, 1, nullptr, nullptr},', info)
+        self.assertIn('{"memory", VT_EMPTY, nullptr, "void*", PARAMFLAG_FOUT, nullptr},', info)
+        self.assertIn('{"ratio", VT_R8, nullptr, "double", PARAMFLAG_FOUT, nullptr},', info)
+        self.assertIn("InterfaceKind::Local", info)
+
+    def test_local_interface_rules(self):
+        self.assertIdlError(lib("[object, uuid(A0000000-0000-0000-0000-000000000002), dual, local] "
+                                "interface IB : IDispatch { };\n"), 3, 60, "both dual and [local]")
+        self.assertIdlError(lib(local("", base="IDispatch")), 4, 16, "must derive from IUnknown")
+        self.assertIdlError(lib(local("") + "[object, uuid(A0000000-0000-0000-0000-000000000002)]\n"
+                                "interface IB : IL { };\n"), 7, 16, "must be [local] to derive from [local] interface IL")
+        self.assertIdlError(lib(dual("") + local("") + coclass("[default] interface IL; interface IX;")), 10, 33,
+                            "cannot be a default or source interface")
+        parse_lib(local("") + local("HRESULT More([in] void* p);\n", name="IL2",
+                                    iid="A0000000-0000-0000-0000-000000000002", base="IL"))
+
+    def test_ole_color_hyper_and_double_arrays_out_and_in_out(self):
+        library = parse_lib(dual("""
+            [id(1), propget] HRESULT Tint([out, retval] OLE_COLOR* v);
+            [id(2)] HRESULT Fill([out] SAFEARRAY(double)* values, [in, out] SAFEARRAY(double)* both,
+                                 [in, defaultvalue(0x123456789)] hyper address, [out, retval] hyper* moved);
+        """))
+        tint, fill = library.interfaces[0].members
+        self.assertEqual((tint.params[0].type.vt, tint.params[0].type.cpp, tint.params[0].type.idl_name),
+                         (idl_ast.VT_UI4, "OLE_COLOR", "OLE_COLOR"))
+        self.assertEqual([p.type.vt for p in fill.params],
+                         [idl_ast.VT_ARRAY | idl_ast.VT_R8] * 2 + [idl_ast.VT_I8] * 2)
+        self.assertEqual(fill.params[2].default, str(0x123456789))
+        header = write_header(library)
+        self.assertIn("virtual HRESULT get_Tint(OLE_COLOR* v) = 0;", header)
+        self.assertIn("virtual HRESULT Fill(SAFEARRAY** values, SAFEARRAY** both, LONGLONG address, "
+                      "LONGLONG* moved) = 0;", header)
+        thunks = write_dispatch(library, "L.h")
+        self.assertIn("get_Tint(&result->ulVal)", thunks)
+        self.assertIn("result->vt = VT_I8;\n    const HRESULT hr = static_cast<IX*>(self)->Fill(&args[0].parray, "
+                      "&args[1].parray, args[2].llVal, &result->llVal);", thunks)
+        info = write_typeinfo(library, "L.h")
+        self.assertIn('{"values", static_cast<VARTYPE>(VT_ARRAY | VT_R8), nullptr, "SAFEARRAY(double)", '
+                      'PARAMFLAG_FOUT, nullptr},', info)
+        self.assertIn('{"both", static_cast<VARTYPE>(VT_ARRAY | VT_R8), nullptr, "SAFEARRAY(double)", '
+                      'PARAMFLAG_FIN | PARAMFLAG_FOUT, nullptr},', info)
+        self.assertIn('{"v", VT_UI4, nullptr, "OLE_COLOR", PARAMFLAG_FOUT | PARAMFLAG_FRETVAL, nullptr},', info)
+
+
 class LibraryAttributeTests(unittest.TestCase):
     def test_version_and_help(self):
         library = parse('[uuid(11111111-2222-3333-4444-555555555555), version(3.12), helpstring("Mine")]\n'
@@ -454,7 +676,7 @@ class SignatureTests(unittest.TestCase):
         info = write_typeinfo(library, "L.h")
         self.assertIn('{"Change", 7456, INVOKE_FUNC, Params_IEv_Change, 3, nullptr, nullptr},', info)
         header = write_header(library)
-        self.assertIn('struct IEv : IDispatch {\n    static constexpr IID iid = '
+        self.assertIn('struct IEv : IDispatch {\n    using BaseInterface = IDispatch;\n    static constexpr IID iid = '
                       'tessaly::MakeGuid("B0000000-0000-0000-0000-000000000001");\n};', header)
 
 
@@ -473,6 +695,10 @@ class CompileTests(unittest.TestCase):
                                 [in] unsigned long e, [in] hyper f, [in] float g, [in] DATE h, [in] CY i,
                                 [in] SCODE j, [in] VARIANT_BOOL k, [out] CY* l, [out] DATE* m,
                                 [out] SAFEARRAY(VARIANT)* n, [out, retval] IEnumVARIANT** o);
+            [id(4)] HRESULT Arrays([in] OLE_COLOR c, [out] SAFEARRAY(double)* d, [in, out] SAFEARRAY(double)* e);
+        """) + StructAndLocalTests.SPAN + local("""
+            HRESULT Get([out, retval] Span* s);
+            HRESULT Put([in] const Span* s, [in] Span t, [out] void** raw, [in] IX* owner);
         """)), "only_interfaces.idl")
         with tempfile.TemporaryDirectory() as d:
             files = {"L.h": write_header(library), "LDispatch.cpp": write_dispatch(library, "L.h"),
@@ -549,6 +775,10 @@ class LibraryIdlTests(unittest.TestCase):
         self.assertEqual(self.enum("LuxFAs_AcqFifo"), {"luxFA_AcqFifo_Acquisition": 2})
         self.assertEqual(self.enum("LuxFAs_Shape")["luxFA_Shape_ModelProperties"], 32)
 
+    def test_addresses_are_64_bit(self):
+        init = [m for m in self.core.interface("ILuxDictionary").members if m.name == "InitHmod"][0]
+        self.assertEqual((init.params[0].type.vt, init.params[0].type.cpp), (idl_ast.VT_I8, "LONGLONG"))
+
     def test_core_interfaces(self):
         obj = self.core.interface("ILuxObject")
         self.assertEqual(obj.kind, "Dual")
@@ -579,13 +809,18 @@ class LibraryIdlTests(unittest.TestCase):
         self.assertEqual(len(everything), len(set(everything)))
 
     def test_test_library_shapes(self):
-        widget = self.test.interface("ITestWidget")
-        names = {m.name for m in widget.members}
         gadget = self.test.interface("ITestGadget")
-        self.assertIn("Size", names & {m.name for m in gadget.members}, "a name shared by two interfaces")
         self.assertEqual(gadget.base, "ITestBase")
         sealed = {c.name: c for c in self.test.coclasses}["TestSealed"]
         self.assertFalse(sealed.creatable)
+        samples = {c.name: c for c in self.test.coclasses}["TestSamples"]
+        self.assertEqual(self.test.interface(samples.interfaces[0].name).kind, "Local")
+        self.assertEqual(samples.interfaces[1].flags, idl_ast.IMPLTYPEFLAG_FDEFAULT, "a [local] one is never default")
+
+    def test_the_python_test_library_passes_the_checks_too(self):
+        path = os.path.join(ROOT, "tests", "python", "classes", "TessalyPythonTest.idl")
+        with open(path, encoding="utf-8") as f:
+            self.assertTrue(parse(f.read(), path).coclasses)
 
 
 if __name__ == "__main__":

@@ -38,8 +38,8 @@ TEST_F(DispatchInvokeTest, UnknownDispidsAndMissingKindsAreMemberNotFound) {
     VARIANT result{};
     EXPECT_EQ(Call(widget, 0x7654321, DISPATCH_METHOD | DISPATCH_PROPERTYGET, none, &result), DISP_E_MEMBERNOTFOUND);
     EXPECT_EQ(Call(widget, TestWidget::kChangeEvent, DISPATCH_METHOD, none, &result), DISP_E_MEMBERNOTFOUND);
-    // Size of ITestWidget is read-only.
-    EXPECT_EQ(PropertyPut(widget, TestWidget::kWidgetSize, R8(3)), DISP_E_MEMBERNOTFOUND);
+    // Extent of ITestWidget is read-only.
+    EXPECT_EQ(PropertyPut(widget, TestWidget::kWidgetExtent, R8(3)), DISP_E_MEMBERNOTFOUND);
     // A putref falls back to a put only when the value is an object or a VARIANT.
     EXPECT_EQ(PropertyPut(widget, TestWidget::kName, Str("x"), DISPATCH_PROPERTYPUTREF), DISP_E_MEMBERNOTFOUND);
     EXPECT_EQ(widget->name, "");

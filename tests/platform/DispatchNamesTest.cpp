@@ -1,5 +1,5 @@
 // GetIDsOfNames over the coclass: case-insensitive member names, the default interface
-// winning a name two interfaces share, members of base interfaces, and parameter names
+// winning a name two interfaces share (in tables the generator would refuse), members of base interfaces, and parameter names
 // mapped to positions for named arguments.
 #include <gtest/gtest.h>
 
@@ -7,6 +7,7 @@
 #include "platform/Dispatcher.h"
 
 #include <atomic>
+#include <string_view>
 #include <thread>
 
 namespace tessaly::test {
@@ -37,27 +38,52 @@ TEST_F(DispatchNamesTest, MemberNamesIgnoreAsciiCase) {
     EXPECT_EQ(Ids(widget->GetDispatch(), {"Nam"}, ids), DISP_E_UNKNOWNNAME);
 }
 
-TEST_F(DispatchNamesTest, DefaultInterfaceWinsASharedNameOnEveryDispatchPointer) {
-    TestWidget* widget = NewWidget();
-    Ref<ITestGadget> gadget;
-    ASSERT_EQ(widget->QueryInterface(ITestGadget::iid, gadget.void_out()), S_OK);
-    std::vector<DISPID> ids;
-    // Both ITestWidget and ITestGadget have a Size; ITestWidget is the default interface.
-    ASSERT_EQ(Ids(widget->GetDispatch(), {"size"}, ids), S_OK);
-    EXPECT_EQ(ids[0], TestWidget::kWidgetSize);
-    ASSERT_EQ(Ids(gadget.get(), {"Size"}, ids), S_OK);
-    EXPECT_EQ(ids[0], TestWidget::kWidgetSize);
+// ITestWidget's Extent under the name Size, which ITestGadget also has with another DISPID.
+// The generator refuses such a coclass; tables built otherwise still get the rule that the
+// default interface wins the name.
+const InterfaceInfo& WidgetWithSize() {
+    static const InterfaceInfo info = [] {
+        const InterfaceInfo& widget = tessaly::generated::Interface_ITestWidget;
+        static MemberInfo size{};
+        for (uint16_t m = 0; m < widget.memberCount; ++m)
+            if (std::string_view(widget.members[m].name) == "Extent") size = widget.members[m];
+        size.name = "Size";
+        return InterfaceInfo{"IWidgetWithSize", ITestWidget::iid, nullptr, InterfaceKind::Dual, "", &size, 1};
+    }();
+    return info;
+}
 
-    // The other interface's member stays reachable by its own DISPID.
-    widget->gadgetSize = 17;
-    Args none;
-    VARIANT result{};
-    ASSERT_EQ(Call(gadget.get(), TestWidget::kGadgetSize, DISPATCH_PROPERTYGET, none, &result), S_OK);
-    EXPECT_EQ(result.vt, VT_I4);
-    EXPECT_EQ(result.lVal, 17);
-    ASSERT_EQ(Call(widget, TestWidget::kWidgetSize, DISPATCH_PROPERTYGET, none, &result), S_OK);
-    EXPECT_EQ(result.vt, VT_R8);
-    EXPECT_EQ(result.dblVal, 1.5);
+// Both interfaces, listed in either order, [default] on the one named.
+const CoClassInfo& SharedName(bool gadgetListedFirst, bool gadgetIsDefault) {
+    static CoClassInterface lists[4][2];
+    static CoClassInfo infos[4];
+    const int which = (gadgetListedFirst ? 2 : 0) + (gadgetIsDefault ? 1 : 0);
+    const CoClassInterface widget{&WidgetWithSize(), static_cast<uint8_t>(gadgetIsDefault ? 0 : IMPLTYPEFLAG_FDEFAULT)};
+    const CoClassInterface gadget{&tessaly::generated::Interface_ITestGadget,
+                                  static_cast<uint8_t>(gadgetIsDefault ? IMPLTYPEFLAG_FDEFAULT : 0)};
+    lists[which][0] = gadgetListedFirst ? gadget : widget;
+    lists[which][1] = gadgetListedFirst ? widget : gadget;
+    infos[which] = CoClassInfo{"SharedName", GUID_NULL, "", false, "", "", lists[which], 2};
+    return infos[which];
+}
+
+TEST_F(DispatchNamesTest, DefaultInterfaceWinsASharedNameWhateverTheOrder) {
+    for (bool gadgetFirst : {false, true}) {
+        for (bool gadgetDefault : {false, true}) {
+            const Dispatcher* dispatcher = Dispatcher::For(SharedName(gadgetFirst, gadgetDefault));
+            ASSERT_NE(dispatcher, nullptr);
+            EXPECT_EQ(dispatcher->FindName("size"), gadgetDefault ? TestWidget::kGadgetSize : TestWidget::kWidgetExtent)
+                << gadgetFirst << gadgetDefault;
+            // The other interface's member stays reachable by its own DISPID.
+            const MemberInfo* widgetSize = dispatcher->FindMember(TestWidget::kWidgetExtent, INVOKE_PROPERTYGET);
+            const MemberInfo* gadgetSize = dispatcher->FindMember(TestWidget::kGadgetSize, INVOKE_PROPERTYGET);
+            ASSERT_NE(widgetSize, nullptr);
+            ASSERT_NE(gadgetSize, nullptr);
+            EXPECT_EQ(widgetSize->params[0].vt, VT_R8);
+            EXPECT_EQ(gadgetSize->params[0].vt, VT_I4);
+            EXPECT_EQ(dispatcher->FindMember(TestWidget::kWidgetExtent, INVOKE_PROPERTYPUT), nullptr);
+        }
+    }
 }
 
 TEST_F(DispatchNamesTest, BaseInterfaceMembersAreFoundAndCalled) {
@@ -143,7 +169,8 @@ TEST_F(DispatchNamesTest, DefaultFlagDecidesNotTheOrderOfInterfaces) {
     const Dispatcher* dispatcher = Dispatcher::For(ReorderedCoClass());
     ASSERT_NE(dispatcher, nullptr);
     EXPECT_EQ(dispatcher->DefaultInterface()->iid, ITestWidget::iid);
-    EXPECT_EQ(dispatcher->FindName("Size"), TestWidget::kWidgetSize);
+    EXPECT_EQ(dispatcher->FindName("Extent"), TestWidget::kWidgetExtent);
+    EXPECT_EQ(dispatcher->FindName("Size"), TestWidget::kGadgetSize);
     EXPECT_EQ(dispatcher->DefaultSourceInterface(), nullptr);
 }
 

@@ -124,6 +124,8 @@ HRESULT TestShapes::Scale(double factorIn, VARIANT fallbackIn, LONG countIn, BST
 
 HRESULT TestShapes::Checksum(SAFEARRAY* data, LONG* sum) { return SumBytes(data, sum); }
 
+HRESULT TestShapes::ByteSum(SAFEARRAY* data, LONG* sum) { return SumBytes(data, sum); }
+
 HRESULT TestShapes::MakeBytes(LONG countIn, SAFEARRAY** bytes) {
     if (countIn < 0) return E_INVALIDARG;
     SAFEARRAY* array = SafeArrayCreateVector(VT_UI1, 0, static_cast<ULONG>(countIn));

@@ -62,7 +62,8 @@ public:
     HRESULT Total(SAFEARRAY* values, VARIANT* total) override;
     HRESULT Load(IStream* stream, IEnumVARIANT** items) override;
     HRESULT get__NewEnum(IUnknown** enumerator) override;
-    // ITestRaw: its Checksum is the same as ITestShapes'; Write puts text into a stream.
+    // ITestRaw: ByteSum is Checksum under its own name; Write puts text into a stream.
+    HRESULT ByteSum(SAFEARRAY* data, LONG* sum) override;
     HRESULT Write(IStream* stream, BSTR text) override;
 
     TestColorConstants color = testColorNone;

@@ -171,7 +171,7 @@ HRESULT TestWidget::Greet(BSTR whom, VARIANT_BOOL loud, BSTR* text) {
     return NewString(greeting, text);
 }
 
-HRESULT TestWidget::get_Size(double* result) {
+HRESULT TestWidget::get_Extent(double* result) {
     ++calls;
     *result = 1.5;
     return S_OK;

@@ -35,7 +35,7 @@ public:
     static constexpr DISPID kFail = 0x1001015;
     static constexpr DISPID kFireChange = 0x1001016;
     static constexpr DISPID kGreet = 0x1001017;
-    static constexpr DISPID kWidgetSize = 0x1001018;
+    static constexpr DISPID kWidgetExtent = 0x1001018;
     static constexpr DISPID kKind = 0x1002001;
     static constexpr DISPID kGadgetSize = 0x1003001;
     static constexpr DISPID kAttach = 0x1003002;
@@ -67,7 +67,7 @@ public:
     HRESULT Fail(LONG code) override;
     HRESULT FireChange(LONG state, VARIANT value) override;
     HRESULT Greet(BSTR name, VARIANT_BOOL loud, BSTR* text) override;
-    HRESULT get_Size(double* value) override;
+    HRESULT get_Extent(double* value) override;
     // ITestBase, ITestGadget
     HRESULT get_Kind(BSTR* value) override;
     HRESULT get_Size(LONG* value) override;

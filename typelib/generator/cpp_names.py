@@ -65,7 +65,8 @@ def library_function_name(library: Library) -> str:
 
 
 def has_thunks(iface: Interface) -> bool:
-    return iface.kind != "DispInterface"
+    # Dispinterfaces are called by their clients; [local] interfaces only from C++.
+    return iface.kind not in ("DispInterface", "Local")
 
 
 def cpp_string(text: str | None) -> str:

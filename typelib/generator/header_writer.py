@@ -7,7 +7,7 @@ from cpp_names import (
     NAMESPACE, banner, coclass_info_name, comment_text, enum_info_name, int32_literal,
     interface_info_name, library_function_name, library_info_name,
 )
-from idl_ast import IMPLTYPEFLAG_FSOURCE, Interface, Library, Member, Param
+from idl_ast import IMPLTYPEFLAG_FSOURCE, Interface, Library, Member, Param, Struct
 
 
 def param_declaration(p: Param) -> str:
@@ -52,6 +52,16 @@ def write_interface(out: list[str], iface: Interface) -> None:
     out.append("")
 
 
+def write_struct(out: list[str], st: Struct) -> None:
+    if st.help:
+        out.append(f"// {comment_text(st.help)}")
+    out.append(f"struct {st.name} {{")
+    for f in st.fields:
+        out.append(f"    {f.cpp} {f.name}{f'[{f.array_length}]' if f.array_length else ''};")
+    out.append("};")
+    out.append("")
+
+
 def write_header(library: Library) -> str:
     out: list[str] = [banner(library).rstrip("\n")]
     if library.help:
@@ -60,6 +70,10 @@ def write_header(library: Library) -> str:
             '#include "platform/TypeInfo.h"']
     # An imported library's declarations (and its tables, which ours point to) come from its header.
     out += [f'#include "{imported.name}.h"' for imported in library.imports]
+    out.append("")
+    # Every library's header may declare it: a typedef may be repeated with the same type.
+    out.append("// A colour: 0x00BBGGRR, or a system colour with the top bit set.")
+    out.append("typedef ULONG OLE_COLOR;")
     out.append("")
 
     for e in library.enums:
@@ -74,10 +88,16 @@ def write_header(library: Library) -> str:
         out.append("};")
         out.append("")
 
-    if library.interfaces:
+    if library.interfaces or library.structs:
         for iface in library.interfaces:
             out.append(f"struct {iface.name};")
+        for st in library.structs:
+            out.append(f"struct {st.name};")
         out.append("")
+    # Structs in declaration order, after the enumerations their fields may use; a pointer
+    # field may name any struct or interface.
+    for st in library.structs:
+        write_struct(out, st)
     for iface in library.interfaces:
         write_interface(out, iface)
 

@@ -11,6 +11,7 @@ from dataclasses import dataclass, field
 from typing import Optional
 
 # VARTYPE codes used by the generator (same values as platform/AutomationTypes.h).
+VT_EMPTY = 0  # the types that never cross dispatch: structs and raw pointers of [local] interfaces
 VT_I2 = 2
 VT_I4 = 3
 VT_R4 = 4
@@ -31,7 +32,7 @@ VT_I8 = 20
 VT_ARRAY = 0x2000
 
 VT_NAMES = {
-    VT_I2: "VT_I2", VT_I4: "VT_I4", VT_R4: "VT_R4", VT_R8: "VT_R8", VT_CY: "VT_CY",
+    VT_EMPTY: "VT_EMPTY", VT_I2: "VT_I2", VT_I4: "VT_I4", VT_R4: "VT_R4", VT_R8: "VT_R8", VT_CY: "VT_CY",
     VT_DATE: "VT_DATE", VT_BSTR: "VT_BSTR", VT_DISPATCH: "VT_DISPATCH", VT_ERROR: "VT_ERROR",
     VT_BOOL: "VT_BOOL", VT_VARIANT: "VT_VARIANT", VT_UNKNOWN: "VT_UNKNOWN", VT_I1: "VT_I1",
     VT_UI1: "VT_UI1", VT_UI2: "VT_UI2", VT_UI4: "VT_UI4", VT_I8: "VT_I8",
@@ -85,8 +86,9 @@ class IdlError(Exception):
 class Type:
     """A value type as it crosses an automation interface (without the out pointer).
 
-    kind: "scalar" (numbers, BSTR, VARIANT_BOOL, DATE, CY, SCODE), "variant", "enum",
-    "interface" (IUnknown*, IDispatch*, a standard or IDL interface) or "array".
+    kind: "scalar" (numbers, BSTR, VARIANT_BOOL, DATE, CY, SCODE, OLE_COLOR), "variant", "enum",
+    "interface" (IUnknown*, IDispatch*, a standard or IDL interface), "array", or "native": a
+    C type only [local] interfaces take (a struct, a pointer to data), with vt VT_EMPTY.
     """
 
     kind: str
@@ -137,7 +139,7 @@ class Member:
 class Interface:
     name: str
     iid: str                 # canonical upper-case "XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX"
-    kind: str                # "Dual", "DispInterface" or "Custom"
+    kind: str                # "Dual", "DispInterface", "Custom" or "Local" (vtable only, never dispatched)
     base: Optional[str]      # IDL base interface name; None for IUnknown/IDispatch
     base_is_dispatch: bool   # the root of the chain is IDispatch
     help: Optional[str]
@@ -160,6 +162,25 @@ class Enum:
     uuid: Optional[str]
     help: Optional[str]
     members: list[EnumMember]
+    location: Location
+
+
+@dataclass
+class StructField:
+    name: str
+    cpp: str                 # C++ type of the field: "double", "LONG", "BYTE*", "LuxPoint"
+    array_length: Optional[int]  # "double M[4]" has 4
+    location: Location
+
+
+@dataclass
+class Struct:
+    """A plain C struct of numbers and pointers, for [local] interfaces."""
+
+    name: str
+    uuid: Optional[str]
+    help: Optional[str]
+    fields: list[StructField]
     location: Location
 
 
@@ -195,6 +216,7 @@ class Library:
     # Declarations in IDL order.
     interfaces: list[Interface] = field(default_factory=list)
     enums: list[Enum] = field(default_factory=list)
+    structs: list[Struct] = field(default_factory=list)
     coclasses: list[CoClass] = field(default_factory=list)
 
     def interface(self, name: str) -> Optional[Interface]:

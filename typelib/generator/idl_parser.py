@@ -18,9 +18,10 @@ from idl_ast import (
     INVOKE_PROPERTYGET, INVOKE_PROPERTYPUT, INVOKE_PROPERTYPUTREF, PARAMFLAG_FHASDEFAULT,
     PARAMFLAG_FIN, PARAMFLAG_FOPT, PARAMFLAG_FOUT, PARAMFLAG_FRETVAL, VT_ARRAY, VT_BOOL,
     VT_BSTR, VT_CY, VT_DATE, VT_DISPATCH, VT_ERROR, VT_I1, VT_I2, VT_I4, VT_I8, VT_R4, VT_R8,
-    VT_UI1, VT_UI2, VT_UI4, VT_UNKNOWN, VT_VARIANT, CoClass, CoClassInterface, Enum,
-    EnumMember, IdlError, Interface, Library, Location, Member, Param, Type,
+    VT_EMPTY, VT_UI1, VT_UI2, VT_UI4, VT_UNKNOWN, VT_VARIANT, CoClass, CoClassInterface, Enum,
+    EnumMember, IdlError, Interface, Library, Location, Member, Param, Struct, StructField, Type,
 )
+from idl_checks import check_library
 
 # ----------------------------------------------------------------------------------------
 # Tokens
@@ -171,6 +172,8 @@ BASE_TYPES = {
     "CY": (VT_CY, "CY", "cyVal"),
     "CURRENCY": (VT_CY, "CY", "cyVal"),
     "SCODE": (VT_ERROR, "SCODE", "scode"),
+    # A colour as 0x00BBGGRR (or a system colour with the top bit set); a typedef in the header.
+    "OLE_COLOR": (VT_UI4, "OLE_COLOR", "ulVal"),
 }
 
 # Interfaces of platform/StandardInterfaces.h that IDL members may take or return.
@@ -202,10 +205,11 @@ class TypeRef:
     pointers: int
     element: Optional["TypeRef"]   # element type of SAFEARRAY(...)
     location: Location
+    const: bool = False            # kept for the C types of [local] interfaces and structs
 
     def spelled(self) -> str:
         base = f"SAFEARRAY({self.element.spelled()})" if self.element else self.name
-        return base + "*" * self.pointers
+        return ("const " if self.const else "") + base + "*" * self.pointers
 
 
 # ----------------------------------------------------------------------------------------
@@ -234,6 +238,7 @@ ENUM_MEMBER_ATTRS = {"helpstring", "hidden", "helpcontext"}
 COCLASS_ATTRS = {"uuid", "helpstring", "noncreatable", "progid", "version", "hidden", "helpcontext",
                  "appobject", "control", "licensed", "aggregatable"}
 COCLASS_ITEM_ATTRS = {"default", "source", "restricted"}
+STRUCT_ATTRS = {"uuid", "helpstring", "public", "hidden", "helpcontext", "restricted"}
 
 
 def _find(attrs: list[Attribute], name: str) -> Optional[Attribute]:
@@ -285,6 +290,14 @@ class RawEnum:
 
 
 @dataclass
+class RawStruct:
+    attrs: list[Attribute]
+    name: str
+    fields: list  # (type, name, array length or None, location)
+    location: Location
+
+
+@dataclass
 class RawCoClass:
     attrs: list[Attribute]
     name: str
@@ -300,7 +313,7 @@ class Parser:
         self.library_attrs: Optional[list[Attribute]] = None
         self.library_name: Optional[str] = None
         self.library_location: Optional[Location] = None
-        self.declarations: list = []  # RawInterface / RawEnum / RawCoClass in order
+        self.declarations: list = []  # RawInterface / RawEnum / RawStruct / RawCoClass in order
         self.forward: dict[str, Location] = {}
         self.imports: list[tuple[str, Location]] = []  # importlib("X.idl"): file as written
 
@@ -381,8 +394,11 @@ class Parser:
             self.interface(attrs)
         elif kw.text == "typedef":
             self.next()
-            enum_attrs = self.attributes() if self.at("[") else []
-            self.enum(attrs + enum_attrs, typedef=True)
+            type_attrs = self.attributes() if self.at("[") else []
+            if self.at("struct"):
+                self.struct(attrs + type_attrs)
+            else:
+                self.enum(attrs + type_attrs, typedef=True)
         elif kw.text == "enum":
             self.enum(attrs, typedef=False)
         elif kw.text == "coclass":
@@ -483,7 +499,7 @@ class Parser:
         loc = tok.location
         if tok.kind != "ident":
             raise IdlError(loc, f"expected a type, found {describe(tok)}")
-        self.accept("const")
+        const = self.accept("const")
         tok = self.ident("a type")
         name = tok.text
         element = None
@@ -501,9 +517,9 @@ class Parser:
             else:
                 name = "int"
         elif name in ("enum", "struct", "interface"):
-            if name != "enum":
-                raise IdlError(loc, f"'{name}' types are not supported in signatures")
-            name = self.ident("an enumeration name").text
+            if name == "interface":
+                raise IdlError(loc, "'interface' types are not supported in signatures")
+            name = self.ident(f"an {name}eration name" if name == "enum" else "a struct name").text
         elif name == "SAFEARRAY":
             self.expect("(")
             element = self.type_ref()
@@ -511,7 +527,7 @@ class Parser:
         pointers = 0
         while self.accept("*"):
             pointers += 1
-        return TypeRef(name, pointers, element, loc)
+        return TypeRef(name, pointers, element, loc, const)
 
     # -- interfaces
     def interface(self, attrs: list[Attribute]) -> None:
@@ -614,6 +630,37 @@ class Parser:
         self.expect(";", "after the enumeration")
         self.declarations.append(RawEnum(attrs, name_tok.text, members, name_tok.location))
 
+    # -- structs: typedef [attrs] struct [attrs] Name { type field; type field[N]; ... } Name;
+    def struct(self, attrs: list[Attribute]) -> None:
+        self.expect("struct")
+        if self.at("["):
+            attrs = attrs + self.attributes()
+        check_attrs(attrs, STRUCT_ATTRS, "a struct")
+        tag = self.ident("a struct name")
+        self.expect("{")
+        fields = []
+        while not self.at("}"):
+            if self.peek().kind == "eof":
+                raise IdlError(self.peek().location, f"missing '}}' at the end of struct {tag.text}")
+            ftype = self.type_ref()
+            fname = self.ident("a field name")
+            length = None
+            if self.accept("["):
+                count = self.peek()
+                if count.kind != "number" or not count.text.isdigit() or int(count.text) == 0:
+                    raise IdlError(count.location, "an array field needs a positive decimal length")
+                self.next()
+                length = int(count.text)
+                self.expect("]")
+            self.expect(";", f"after field {fname.text}")
+            fields.append((ftype, fname.text, length, fname.location))
+        self.expect("}", "closing the struct")
+        name = self.ident("the struct's type name")
+        if name.text != tag.text:
+            raise IdlError(name.location, f"struct {tag.text} must be typedef'd under its own name")
+        self.expect(";", "after the struct")
+        self.declarations.append(RawStruct(attrs, tag.text, fields, tag.location))
+
     # -- coclasses
     def coclass(self, attrs: list[Attribute]) -> None:
         self.next()
@@ -677,15 +724,20 @@ def to_int32(value: int, location: Location) -> int:
 
 
 class Resolver:
-    def __init__(self, parser: Parser, imports: Optional[list[Library]] = None):
+    def __init__(self, parser: Parser, imports: Optional[list[Library]] = None,
+                 import_locations: Optional[list[Location]] = None):
         self.p = parser
         self.imports = imports or []
+        self.import_locations = import_locations or [Location(parser.filename, 1, 1)] * len(self.imports)
         self.imported: dict[str, str] = {}  # name declared by an imported library -> its library
         self.names: dict[str, tuple[str, Location]] = {}  # type name -> (kind, location)
         self.raw_interfaces: dict[str, RawInterface] = {}
         self.interfaces: dict[str, Interface] = {}
         self.enums: dict[str, Enum] = {}
+        self.structs: dict[str, Struct] = {}
         self.constants: dict[str, int] = {}  # enum members by name
+        # Where each enum member is declared: "enumeration E at file:line:col", for errors.
+        self.constant_origins: dict[str, tuple[Location, str]] = {}
         self.guids: dict[str, Location] = {}
 
     def single_arg(self, attr: Attribute, kinds: tuple, what: str):
@@ -743,12 +795,12 @@ class Resolver:
                 raise IdlError(loc, "version numbers must fit in 16 bits")
         lib = Library(p.library_name, libid, major, minor, self.helpstring(attrs), p.filename)
         lib.imports = list(self.imports)
-        for imported in self.imports:
-            self.import_declarations(imported)
+        for imported, location in zip(self.imports, self.import_locations):
+            self.import_declarations(imported, location)
 
         # Names first, so that any declaration may refer to a later one.
         for d in p.declarations:
-            kind = {RawInterface: "interface", RawEnum: "enum", RawCoClass: "coclass"}[type(d)]
+            kind = {RawInterface: "interface", RawEnum: "enum", RawStruct: "struct", RawCoClass: "coclass"}[type(d)]
             if isinstance(d, RawInterface) and d.is_dispinterface:
                 kind = "dispinterface"
             self.declare(d.name, kind, d.location)
@@ -765,6 +817,11 @@ class Resolver:
                 self.enums[e.name] = e
                 lib.enums.append(e)
         for d in p.declarations:
+            if isinstance(d, RawStruct):
+                st = self.struct(d)
+                self.structs[st.name] = st
+                lib.structs.append(st)
+        for d in p.declarations:
             if isinstance(d, RawInterface):
                 iface = self.interface(d)
                 self.interfaces[iface.name] = iface
@@ -772,9 +829,10 @@ class Resolver:
         for d in p.declarations:
             if isinstance(d, RawCoClass):
                 lib.coclasses.append(self.coclass(d))
+        check_library(lib, self.interfaces)
         return lib
 
-    def import_declarations(self, imported: Library) -> None:
+    def import_declarations(self, imported: Library, import_location: Location) -> None:
         """Makes the interfaces, enumerations and coclasses of an imported library known by
         name: they can be used in signatures, derived from and listed in coclasses, and
         nothing is generated for them here."""
@@ -790,7 +848,16 @@ class Resolver:
             known(e.name, "enum", e.location)
             self.enums[e.name] = e
             for m in e.members:
-                self.constants.setdefault(m.name, m.value)
+                # Enumerators share the global C++ namespace: two libraries may not both declare one.
+                origin = self.constant_origins.get(m.name)
+                if origin is not None and origin[0] != m.location:
+                    raise IdlError(import_location, f"enumeration member '{m.name}' of {imported.name}.{e.name} "
+                                                    f"is already declared by {origin[1]}")
+                self.constants[m.name] = m.value
+                self.constant_origins[m.name] = (m.location, f"enumeration {e.name} of {imported.name} at {m.location}")
+        for st in imported.structs:
+            known(st.name, "struct", st.location)
+            self.structs[st.name] = st
         for c in imported.coclasses:
             known(c.name, "coclass", c.location)
 
@@ -835,7 +902,9 @@ class Resolver:
         members: list[EnumMember] = []
         previous: Optional[EnumMember] = None
         for attrs, name, expr, loc in d.members:
-            if name in self.constants or name in self.names:
+            if name in self.constant_origins:
+                raise IdlError(loc, f"'{name}' is already declared by {self.constant_origins[name][1]}")
+            if name in self.names:
                 raise IdlError(loc, f"'{name}' is already declared")
             if name in CPP_KEYWORDS:
                 raise IdlError(loc, f"'{name}' is reserved in the generated C++")
@@ -850,8 +919,73 @@ class Resolver:
             m = EnumMember(name, value, hex_, self.helpstring(attrs), loc)
             members.append(m)
             self.constants[name] = value
+            self.constant_origins[name] = (loc, f"enumeration {d.name} at {loc.line}:{loc.column}")
             previous = m
         return Enum(d.name, uuid, self.helpstring(d.attrs), members, d.location)
+
+    # -- structs
+    def struct(self, d: RawStruct) -> Struct:
+        uuid = self.guid(d.attrs, f"struct {d.name}", d.location, required=False)
+        fields: list[StructField] = []
+        seen: set[str] = set()
+        for ref, name, length, loc in d.fields:
+            if name in CPP_KEYWORDS:
+                raise IdlError(loc, f"field name '{name}' is reserved in the generated C++")
+            if name in seen:
+                raise IdlError(loc, f"duplicate field name '{name}'")
+            seen.add(name)
+            if ref.element is not None:
+                raise IdlError(ref.location, "a struct holds numbers and pointers, not SAFEARRAYs")
+            if ref.pointers == 0:
+                # Held by value: a number, an enumeration or a struct defined before this one.
+                kind = self.names.get(ref.name, ("", None))[0]
+                if not (ref.name in BASE_TYPES and BASE_TYPES[ref.name][0] not in (VT_BSTR,)) and kind != "enum" and not (
+                        kind == "struct" and ref.name in self.structs):
+                    if kind == "struct":
+                        raise IdlError(ref.location, f"struct {ref.name} must be defined before {d.name} holds it")
+                    raise IdlError(ref.location, f"a struct field is a number, an enumeration, a struct or a "
+                                                 f"pointer, not '{ref.spelled()}'")
+            fields.append(StructField(name, self.native_cpp(ref, ref.pointers), length, loc))
+        if not fields:
+            raise IdlError(d.location, f"struct {d.name} has no fields")
+        return Struct(d.name, uuid, self.helpstring(d.attrs), fields, d.location)
+
+    def native_cpp(self, ref: TypeRef, pointers: int) -> str:
+        """The C++ spelling of a type of a [local] member or a struct field, with `pointers`
+        pointer levels."""
+        name = ref.name
+        if ref.element is not None:
+            cpp = "SAFEARRAY"
+            pointers += 1  # SAFEARRAY(T) is a SAFEARRAY* in C++
+        elif name in BASE_TYPES:
+            cpp = BASE_TYPES[name][1]
+        elif name == "void":
+            if pointers == 0:
+                raise IdlError(ref.location, "'void' is only a pointer target")
+            cpp = "void"
+        elif name in self.names or name in STANDARD_INTERFACES or name in ("IUnknown", "IDispatch", "VARIANT"):
+            if self.names.get(name, ("", None))[0] in ("coclass", "dispinterface"):
+                raise IdlError(ref.location, f"{self.names[name][0]} {name} is not a type")
+            cpp = name
+        else:
+            raise IdlError(ref.location, f"unknown type '{name}'")
+        return ("const " if ref.const else "") + cpp + "*" * pointers
+
+    def local_type(self, ref: TypeRef, pointers: int) -> Type:
+        """A parameter type of a [local] member: an automation type keeps its usual mapping
+        (so that [out] double* reads as in any interface); any other C type is passed as written."""
+        try:
+            if not ref.const:
+                return self.value_type(ref, pointers)
+        except IdlError:
+            pass
+        if ref.element is not None and pointers != 0:
+            raise IdlError(ref.location, f"'{ref.spelled()}' has one pointer too many")
+        cpp = self.native_cpp(ref, pointers)
+        spelled = ref.spelled()
+        if pointers < ref.pointers:
+            spelled = spelled[:len(spelled) - (ref.pointers - pointers)]
+        return Type("native", spelled, VT_EMPTY, cpp, None)
 
     # -- types
     def value_type(self, ref: TypeRef, pointers: int) -> Type:
@@ -893,6 +1027,8 @@ class Resolver:
             return Type("enum", name, VT_I4, name, "lVal")
         if name in self.names and self.names[name][0] == "dispinterface":
             raise IdlError(loc, f"dispinterface {name} cannot be passed; use IDispatch*")
+        if name in self.names and self.names[name][0] == "struct":
+            raise IdlError(loc, f"struct {name} cannot cross a dispatch interface; only [local] interfaces take structs")
         if name in self.names:
             raise IdlError(loc, f"{self.names[name][0]} {name} is not a type")
         if name in ("void", "HRESULT"):
@@ -932,9 +1068,16 @@ class Resolver:
                 raise IdlError(d.base_location, f"base interface {base} must be defined before {d.name}")
         root = self.interface_root(d.name)
         dual = _find(d.attrs, "dual") is not None
+        local = _find(d.attrs, "local") is not None
+        if dual and local:
+            raise IdlError(_find(d.attrs, "local").location, f"interface {d.name} cannot be both dual and [local]")
         if dual and root != "IDispatch":
             raise IdlError(_find(d.attrs, "dual").location, f"dual interface {d.name} must derive from IDispatch")
-        kind = "Dual" if root == "IDispatch" else "Custom"
+        if local and root != "IUnknown":
+            raise IdlError(d.base_location, f"[local] interface {d.name} must derive from IUnknown or a vtable interface")
+        if not local and base in self.interfaces and self.interfaces[base].kind == "Local":
+            raise IdlError(d.base_location, f"{d.name} must be [local] to derive from [local] interface {base}")
+        kind = "Local" if local else "Dual" if root == "IDispatch" else "Custom"
         members = [self.method(d, m, kind) for m in d.members]
         self.check_members(d.name, members, kind, base)
         return Interface(d.name, iid, kind, None if base in ("IUnknown", "IDispatch") else base,
@@ -943,7 +1086,7 @@ class Resolver:
     def member_dispid(self, iface: str, m: RawMember, kind: str, index: int) -> int:
         a = _find(m.attrs, "id")
         if a is None:
-            if kind != "Custom":
+            if kind not in ("Custom", "Local"):
                 raise IdlError(m.location, f"member {m.name} of {iface} needs an id(...) attribute")
             return 0x60000000 + index
         _, (expr, _text), loc = self.single_arg(a, ("expr",), "a DISPID")
@@ -960,11 +1103,11 @@ class Resolver:
         invoke = {"propget": INVOKE_PROPERTYGET, "propput": INVOKE_PROPERTYPUT,
                   "propputref": INVOKE_PROPERTYPUTREF}.get(flags[0] if flags else "", INVOKE_FUNC)
         dispid = self.member_dispid(d.name, m, kind, d.members.index(m))
-        params = [self.param(m, rp) for rp in m.params]
+        params = [self.param(m, rp, local=kind == "Local") for rp in m.params]
         self.check_params(m, params, invoke)
         return Member(m.name, dispid, invoke, params, self.helpstring(m.attrs), m.location)
 
-    def param(self, m: RawMember, rp: RawParam) -> Param:
+    def param(self, m: RawMember, rp: RawParam, local: bool = False) -> Param:
         if rp.name in CPP_KEYWORDS:
             raise IdlError(rp.location, f"parameter name '{rp.name}' is reserved in the generated C++")
         # In C++ a parameter named like a type hides the type for the parameters after it.
@@ -985,12 +1128,13 @@ class Resolver:
         flags = (PARAMFLAG_FIN if has_in else 0) | (PARAMFLAG_FOUT if has_out else 0)
         if retval:
             flags |= PARAMFLAG_FRETVAL
+        type_of = self.local_type if local else self.value_type
         if has_out:
             if rp.type.pointers < 1 or (rp.type.element is not None and rp.type.pointers != 1):
                 raise IdlError(rp.type.location, f"out parameter {rp.name} must be a pointer")
-            vtype = self.value_type(rp.type, rp.type.pointers - 1)
+            vtype = type_of(rp.type, rp.type.pointers - 1)
         else:
-            vtype = self.value_type(rp.type, rp.type.pointers)
+            vtype = type_of(rp.type, rp.type.pointers)
         default = None
         default_is_string = False
         if optional or default_attr is not None:
@@ -1009,7 +1153,7 @@ class Resolver:
                 raise IdlError(loc, f"a string cannot be the default of {vtype.idl_name} parameter {rp.name}")
             return value, True
         expr, text = value
-        if vtype.kind in ("interface", "array"):
+        if vtype.kind in ("interface", "array", "native"):
             if not (expr[0] == "num" and expr[1] == 0):
                 raise IdlError(loc, f"the default of {vtype.idl_name} parameter {rp.name} can only be 0")
             return "0", False
@@ -1159,6 +1303,8 @@ class Resolver:
                 flags |= IMPLTYPEFLAG_FRESTRICTED
             if is_disp and not flags & IMPLTYPEFLAG_FSOURCE:
                 raise IdlError(loc, f"dispinterface {name} can only be a [source] of coclass {d.name}")
+            if self.is_local(name) and flags & (IMPLTYPEFLAG_FSOURCE | IMPLTYPEFLAG_FDEFAULT):
+                raise IdlError(loc, f"[local] interface {name} cannot be a default or source interface")
             items.append(CoClassInterface(name, flags, loc))
         for source in (0, IMPLTYPEFLAG_FSOURCE):
             group = [i for i in items if i.flags & IMPLTYPEFLAG_FSOURCE == source]
@@ -1166,13 +1312,19 @@ class Resolver:
             if len(defaults) > 1:
                 raise IdlError(defaults[1].location, f"coclass {d.name} has more than one [default"
                                                      f"{', source' if source else ''}] interface")
-            # Without a [default], the first interface of the group is the default, as usual in IDL.
-            if group and not defaults:
-                group[0].flags |= IMPLTYPEFLAG_FDEFAULT
+            # Without a [default], the first interface of the group is the default, as usual in IDL;
+            # a [local] interface is never reached through dispatch, so it cannot be one.
+            candidates = [i for i in group if not self.is_local(i.name)]
+            if candidates and not defaults:
+                candidates[0].flags |= IMPLTYPEFLAG_FDEFAULT
         if not items:
             raise IdlError(d.location, f"coclass {d.name} lists no interface")
         creatable = _find(d.attrs, "noncreatable") is None
         return CoClass(d.name, clsid, self.helpstring(d.attrs), creatable, progid, vi_progid, items, d.location)
+
+
+    def is_local(self, name: str) -> bool:
+        return name in self.interfaces and self.interfaces[name].kind == "Local"
 
 
 def kind_text(invoke: int) -> str:
@@ -1186,6 +1338,7 @@ def parse(text: str, filename: str, _importing: tuple[str, ...] = ()) -> Library
     parser = Parser(text, filename)
     parser.parse()
     imports: list[Library] = []
+    import_locations: list[Location] = []
     here = os.path.abspath(filename)
     for written, location in parser.imports:
         path = os.path.normpath(os.path.join(os.path.dirname(here), written))
@@ -1197,7 +1350,8 @@ def parse(text: str, filename: str, _importing: tuple[str, ...] = ()) -> Library
         except OSError as e:
             raise IdlError(location, f"cannot read imported library {written}: {e.strerror}") from None
         imports.append(parse(source, path, _importing + (here,)))
-    return Resolver(parser, imports).resolve()
+        import_locations.append(location)
+    return Resolver(parser, imports, import_locations).resolve()
 
 
 def parse_file(path: str) -> Library:

@@ -27,7 +27,7 @@ _INVOKE = {INVOKE_FUNC: "INVOKE_FUNC", INVOKE_PROPERTYGET: "INVOKE_PROPERTYGET",
 _IMPL_FLAGS = [(IMPLTYPEFLAG_FDEFAULT, "IMPLTYPEFLAG_FDEFAULT"), (IMPLTYPEFLAG_FSOURCE, "IMPLTYPEFLAG_FSOURCE"),
                (IMPLTYPEFLAG_FRESTRICTED, "IMPLTYPEFLAG_FRESTRICTED")]
 _KINDS = {"Dual": "InterfaceKind::Dual", "DispInterface": "InterfaceKind::DispInterface",
-          "Custom": "InterfaceKind::Custom"}
+          "Custom": "InterfaceKind::Custom", "Local": "InterfaceKind::Local"}
 
 
 def flags_expression(value: int, names: list, zero: str) -> str:
