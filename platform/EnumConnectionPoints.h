@@ -1,31 +1,32 @@
-// The enumerator of an object's connection points. Each connection point it holds keeps
-// the object alive, so the enumerator may outlive every other reference to the object.
+// The enumerator of an object's connection points: a SnapshotEnumerator whose snapshot
+// holds a reference on each point. Each point keeps its object alive, so the enumerator
+// may outlive every other reference to the object.
+//
+//     *ppEnum = EnumConnectionPoints::Create(std::vector<IConnectionPoint*>{...}, 0);
 #pragma once
 
-#include <vector>
-
-#include "platform/UnknownObject.h"
+#include "platform/ComPtr.h"
+#include "platform/SnapshotEnumerator.h"
 
 namespace tessaly {
 
-class EnumConnectionPoints final : public UnknownObject<EnumConnectionPoints, IEnumConnectionPoints> {
-public:
-    // A new enumerator with one reference; the points are AddRef'd for it. nullptr when out
-    // of memory.
-    static IEnumConnectionPoints* Create(std::vector<IConnectionPoint*> points, size_t position) noexcept;
+struct ConnectionPointElements {
+    using Element = ComPtr<IConnectionPoint>;
+    using Item = IConnectionPoint*;
 
-    explicit EnumConnectionPoints(std::vector<IConnectionPoint*> points, size_t position);
-
-    HRESULT Next(ULONG cConnections, IConnectionPoint** ppCP, ULONG* pcFetched) override;
-    HRESULT Skip(ULONG cConnections) override;
-    HRESULT Reset() override;
-    HRESULT Clone(IEnumConnectionPoints** ppEnum) override;
-
-private:
-    ~EnumConnectionPoints() override;
-
-    std::vector<IConnectionPoint*> points_;
-    size_t position_;
+    static void Init(Item& item) noexcept { item = nullptr; }
+    static HRESULT Copy(const Element& element, Item& item) noexcept {
+        item = element.get();
+        item->AddRef();
+        return S_OK;
+    }
+    static void Clear(Item& item) noexcept {
+        if (item) item->Release();
+        item = nullptr;
+    }
 };
+
+using EnumConnectionPoints = SnapshotEnumerator<IEnumConnectionPoints, ConnectionPointElements>;
+extern template class SnapshotEnumerator<IEnumConnectionPoints, ConnectionPointElements>;
 
 }  // namespace tessaly

@@ -1,33 +1,36 @@
 // The enumerator of a connection point's connections, over the connections it had when the
-// enumerator was made. It holds a reference on every sink it can hand out.
+// enumerator was made: a SnapshotEnumerator whose snapshot holds a reference on every sink
+// it can hand out. Each CONNECTDATA handed out carries a reference the caller releases.
+//
+//     *ppEnum = EnumConnections::Create(std::vector<CONNECTDATA>{...}, 0);
 #pragma once
 
-#include <vector>
-
-#include "platform/UnknownObject.h"
+#include "platform/ComPtr.h"
+#include "platform/SnapshotEnumerator.h"
 
 namespace tessaly {
 
-class EnumConnections final : public UnknownObject<EnumConnections, IEnumConnections> {
-public:
-    // A new enumerator with one reference, positioned at `position`; nullptr when out of
-    // memory. The sinks in `items` are AddRef'd for the enumerator.
-    static IEnumConnections* Create(std::vector<CONNECTDATA> items, size_t position) noexcept;
+struct ConnectionElements {
+    struct Element {
+        explicit Element(const CONNECTDATA& connection) : sink(connection.pUnk), cookie(connection.dwCookie) {}
+        ComPtr<IUnknown> sink;
+        DWORD cookie;
+    };
+    using Item = CONNECTDATA;
 
-    explicit EnumConnections(std::vector<CONNECTDATA> items, size_t position);
-
-    // Each CONNECTDATA handed out carries a reference the caller releases. S_FALSE when
-    // fewer than cConnections remain; pcFetched may be null only when cConnections is 1.
-    HRESULT Next(ULONG cConnections, CONNECTDATA* rgcd, ULONG* pcFetched) override;
-    HRESULT Skip(ULONG cConnections) override;
-    HRESULT Reset() override;
-    HRESULT Clone(IEnumConnections** ppEnum) override;
-
-private:
-    ~EnumConnections() override;
-
-    std::vector<CONNECTDATA> items_;
-    size_t position_;
+    static void Init(Item& item) noexcept { item = {nullptr, 0}; }
+    static HRESULT Copy(const Element& element, Item& item) noexcept {
+        item = {element.sink.get(), element.cookie};
+        item.pUnk->AddRef();
+        return S_OK;
+    }
+    static void Clear(Item& item) noexcept {
+        if (item.pUnk) item.pUnk->Release();
+        Init(item);
+    }
 };
+
+using EnumConnections = SnapshotEnumerator<IEnumConnections, ConnectionElements>;
+extern template class SnapshotEnumerator<IEnumConnections, ConnectionElements>;
 
 }  // namespace tessaly

@@ -15,6 +15,9 @@
 // from it does not compile. A class that
 // answers more IIDs declares its own `void* FindInterface(const IID&)`, which hides this
 // one and may fall back to FindListed.
+//
+// Code of the library that is handed an interface pointer reaches the C++ object behind it,
+// when it is one of its own, with `Derived::ImplementationOf(pointer)`.
 #pragma once
 
 #include <atomic>
@@ -25,6 +28,7 @@
 #include <utility>
 
 #include "platform/DestructionQueue.h"
+#include "platform/Guid.h"
 #include "platform/Module.h"
 #include "platform/StandardInterfaces.h"
 
@@ -41,6 +45,10 @@ inline bool SameGuid(const GUID& a, const GUID& b) noexcept {
     std::memcpy(y, &b, 16);
     return ((x[0] ^ y[0]) | (x[1] ^ y[1])) == 0;
 }
+
+// Answered by every object of the library and by nothing else: no client knows it. The
+// pointer answered is the object's IUnknown, whose C++ class can then be asked safely.
+inline constexpr IID kImplementationIid = MakeGuid("6C1E0A47-93B2-4D58-8F1D-2A7B5C39E604");
 
 // Whether I names the interface it derives from (every generated and standard interface
 // does, IUnknown alone excepted).
@@ -113,7 +121,9 @@ public:
 
     HRESULT QueryInterface(REFIID riid, void** ppv) override {
         if (!ppv) return E_POINTER;
-        void* found = static_cast<Derived*>(this)->FindInterface(riid);
+        // Answered here, before any FindInterface of the class could hide it.
+        void* found = detail::SameGuid(riid, detail::kImplementationIid) ? GetUnknown()
+                                                                         : static_cast<Derived*>(this)->FindInterface(riid);
         *ppv = found;
         if (!found) return E_NOINTERFACE;
         AddRef();
@@ -138,6 +148,21 @@ public:
 
     // The object's one IUnknown: that of its first dual interface, else of its first one.
     IUnknown* GetUnknown() noexcept { return static_cast<IUnknown*>(static_cast<Identity*>(this)); }
+
+    // The library's own object of class Derived (or of a class derived from it) behind
+    // `any`, reached through any of its interfaces; null for a null pointer, for another
+    // implementation of the same interfaces (a client's object) and for an object of
+    // another class of the library, even one of the same coclass. Adds no reference (the
+    // caller's reference on `any` keeps the object alive) and allocates nothing.
+    static Derived* ImplementationOf(IUnknown* any) noexcept {
+        if (!any) return nullptr;
+        void* answered = nullptr;
+        if (FAILED(any->QueryInterface(detail::kImplementationIid, &answered)) || !answered) return nullptr;
+        auto* unknown = static_cast<IUnknown*>(answered);
+        unknown->Release();  // only our objects answer, and none of them dies of it
+        // The C++ class tells apart classes that share interfaces or a coclass.
+        return dynamic_cast<Derived*>(unknown);
+    }
 
     // A new object holding one reference, which the caller owns; nullptr when construction
     // fails (out of memory or a constructor that throws).

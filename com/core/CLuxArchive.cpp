@@ -16,24 +16,7 @@ namespace {
 
 bool IsObject(VARTYPE vt) noexcept { return vt == VT_DISPATCH || vt == VT_UNKNOWN; }
 
-// Answered only by this class: identifies the library's own archive.
-constexpr IID kOwnArchive = MakeGuid("DDC58AC9-137F-4601-B64C-F5D858EF5317");
-
 }  // namespace
-
-CLuxArchive* CLuxArchive::Own(ILuxArchive* archive) noexcept {
-    if (!archive) return nullptr;
-    void* own = nullptr;
-    if (FAILED(archive->QueryInterface(kOwnArchive, &own)) || !own) return nullptr;
-    auto* found = static_cast<CLuxArchive*>(own);
-    found->Release();  // the caller's reference on `archive` keeps it alive
-    return found;
-}
-
-void* CLuxArchive::FindInterface(const IID& iid) noexcept {
-    if (iid == kOwnArchive) return this;
-    return ComObject::FindInterface(iid);
-}
 
 ComPtr<CLuxArchive> CLuxArchive::ForSaving(ArchiveWriter& writer, int32_t options) {
     auto archive = ComPtr<CLuxArchive>::Attach(Create());

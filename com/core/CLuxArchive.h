@@ -36,11 +36,6 @@ public:
     static ComPtr<CLuxArchive> ForSaving(ArchiveWriter& writer, int32_t options);
     static ComPtr<CLuxArchive> ForLoading(int32_t options);
 
-    // The library's own archive behind an ILuxArchive, or null for another implementation:
-    // the object base then reads values without converting names and without copies.
-    static CLuxArchive* Own(ILuxArchive* archive) noexcept;
-    void* FindInterface(const IID& iid) noexcept;
-
     bool Saving() const noexcept { return writer_ != nullptr; }
     int32_t PersistOptions() const noexcept { return options_; }
 

@@ -1,42 +1,30 @@
-// The enumerator a collection's _NewEnum hands out: a snapshot of the items taken when it
-// was asked for, so that iterating never sees (nor blocks) later changes of the
-// collection. Clones share the snapshot and start at the clone's position.
+// The enumerator a collection's _NewEnum hands out: a SnapshotEnumerator over copies of
+// the items taken when it was asked for (OLE's rules are written down there). Each
+// VARIANT handed out is the caller's to clear.
 //
-// OLE's rules: Next copies up to celt items and answers S_OK when it copied all of them,
-// S_FALSE when the snapshot ran out first (*pCeltFetched says how many); pCeltFetched may
-// be null only when celt is 1. Skip answers S_FALSE when fewer than celt items remained
-// (the position is then at the end).
+//     CLuxEnumVariant::Items snapshot = ...;          // filled under the collection's lock
+//     IEnumVARIANT* enumerator = CLuxEnumVariant::New(std::move(snapshot));
 #pragma once
 
-#include <memory>
-#include <mutex>
-#include <vector>
-
-#include "platform/UnknownObject.h"
+#include "platform/SnapshotEnumerator.h"
 #include "platform/Variant.h"
 
 namespace tessaly::core {
 
-class CLuxEnumVariant final : public UnknownObject<CLuxEnumVariant, IEnumVARIANT> {
-public:
-    using Items = std::vector<Variant>;
+struct VariantElements {
+    using Element = Variant;
+    using Item = VARIANT;
 
-    // A new enumerator over `items` with one reference; nullptr when out of memory.
-    static IEnumVARIANT* New(Items items) noexcept;
-
-    CLuxEnumVariant(std::shared_ptr<const Items> items, size_t position) noexcept;
-
-    HRESULT Next(ULONG celt, VARIANT* rgVar, ULONG* pCeltFetched) override;
-    HRESULT Skip(ULONG celt) override;
-    HRESULT Reset() override;
-    HRESULT Clone(IEnumVARIANT** ppEnum) override;
-
-private:
-    ~CLuxEnumVariant() override = default;
-
-    const std::shared_ptr<const Items> items_;
-    std::mutex mutex_;  // Next and Skip move the position as one step
-    size_t position_;
+    static void Init(Item& item) noexcept { VariantInit(&item); }
+    // Fails (out of memory for a string or an array) without touching the item.
+    static HRESULT Copy(const Element& element, Item& item) noexcept { return VariantCopy(&item, &element.get()); }
+    static void Clear(Item& item) noexcept { VariantClear(&item); }
 };
 
+using CLuxEnumVariant = SnapshotEnumerator<IEnumVARIANT, VariantElements>;
+
 }  // namespace tessaly::core
+
+namespace tessaly {
+extern template class SnapshotEnumerator<IEnumVARIANT, core::VariantElements>;
+}  // namespace tessaly

@@ -38,7 +38,7 @@ double& Field(VARIANT& value) { return value.dblVal; }
 }  // namespace
 
 ArchiveAccess::ArchiveAccess(ILuxArchive* archive, int32_t options)
-    : archive_(archive), own_(CLuxArchive::Own(archive)), keep_(archive), options_(options) {
+    : archive_(archive), own_(CLuxArchive::ImplementationOf(archive)), keep_(archive), options_(options) {
     if (!archive) throw ccStdError::NullArgument("Archive");
 }
 
