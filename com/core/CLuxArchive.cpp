@@ -16,6 +16,13 @@ namespace {
 
 bool IsObject(VARTYPE vt) noexcept { return vt == VT_DISPATCH || vt == VT_UNKNOWN; }
 
+// Whether a value of this type may hold an object: an object, an array of objects or of
+// VARIANTs, or a reference to any of them.
+bool MayHoldObject(VARTYPE vt) noexcept {
+    const VARTYPE base = vt & ~(VT_BYREF | VT_ARRAY);
+    return base == VT_DISPATCH || base == VT_UNKNOWN || base == VT_VARIANT;
+}
+
 }  // namespace
 
 ComPtr<CLuxArchive> CLuxArchive::ForSaving(ArchiveWriter& writer, int32_t options) {
@@ -87,13 +94,20 @@ void CLuxArchive::Write(std::string_view name, const VARIANT& value) {
     CheckSaving("Writing a value");
     const VARIANT& resolved = value.vt == (VT_BYREF | VT_VARIANT) && value.pvarVal ? *value.pvarVal : value;
     if ((options_ & luxPersistOptionSaveObjectsOnly) && !IsObject(resolved.vt)) return;
+    bool holdBack;
     {
         ObjectLock::Guard lock(lock_);
         if (FindLocked(name) >= 0)
             throw ccArchive::Duplicate("the name " + CollectionErrors::Quote(name) + " is written twice by one object");
-        AppendLocked(name, Variant());
+        holdBack = heldBackFrom_ != SIZE_MAX || MayHoldObject(resolved.vt);
+        Variant copy;
+        // The copy resolves a reference and keeps every object it holds alive until it is
+        // written; on failure the name is not recorded.
+        if (holdBack) ThrowIfFailed(VariantCopyInd(copy.Out(), &resolved));
+        AppendLocked(name, std::move(copy));
+        if (holdBack && heldBackFrom_ == SIZE_MAX) heldBackFrom_ = entries_.size() - 1;
     }
-    // Outside the lock: the writer saves sub-objects, whose Persist may take a while.
+    if (holdBack) return;
     if (resolved.vt & VT_BYREF) {
         Variant direct;
         ThrowIfFailed(VariantCopyInd(direct.Out(), &resolved));
@@ -101,6 +115,30 @@ void CLuxArchive::Write(std::string_view name, const VARIANT& value) {
     } else {
         writer_->WriteEntry(name, resolved);
     }
+}
+
+void CLuxArchive::WriteHeldBack() {
+    CheckSaving("Writing the values held back");
+    for (size_t at = heldBackFrom_;; ++at) {
+        Variant value;
+        std::string name;
+        {
+            ObjectLock::Guard lock(lock_);
+            if (at >= entries_.size()) break;
+            value = std::move(entries_[at].value);
+            name = entries_[at].key.text;
+        }
+        writer_->WriteEntry(name, value.get());  // no lock held: this may save whole sub-graphs
+    }
+    ObjectLock::Guard lock(lock_);
+    heldBackFrom_ = SIZE_MAX;
+}
+
+HRESULT CLuxArchive::Save(ILuxPersistArchive& object, ArchiveWriter& writer, int32_t options) {
+    const ComPtr<CLuxArchive> archive = ForSaving(writer, options);
+    const HRESULT persisted = object.Persist(archive.get(), archive->options_);
+    if (SUCCEEDED(persisted)) archive->WriteHeldBack();
+    return persisted;
 }
 
 bool CLuxArchive::Read(std::string_view name, VARTYPE vt, Variant& value, int32_t messageId) const {

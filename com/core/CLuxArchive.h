@@ -1,8 +1,14 @@
 // LuxArchive: the archive a formatter hands to an object's Persist. It works in one
 // direction for its whole life:
-//  - saving: every value Persist hands over goes straight on to the formatter's
-//    ArchiveWriter, in order; the archive keeps only the names (a name given twice is
-//    refused, and Count, Key and FindKey answer for the names written so far);
+//  - saving: the values Persist hands over go on to the formatter's ArchiveWriter, in
+//    order; the archive keeps only the names (a name given twice is refused, and Count,
+//    Key and FindKey answer for the names written so far). Persist runs under the object's
+//    lock, and writing a sub-object runs that object's Persist under its own lock: so
+//    that no thread ever holds one object's lock while it waits for another's, a value
+//    that may hold an object, and every value after it, is copied (objects referenced)
+//    instead of written, and Save writes the copies once Persist has returned. Values
+//    before the first object go straight through, so a large array is never copied
+//    unless an object precedes it;
 //  - loading: the formatter fills it with the object's named values first; Persist then
 //    reads them back by name, converted to the type asked for. A name the archive does not
 //    hold leaves the value as it was and answers S_FALSE.
@@ -36,6 +42,11 @@ public:
     static ComPtr<CLuxArchive> ForSaving(ArchiveWriter& writer, int32_t options);
     static ComPtr<CLuxArchive> ForLoading(int32_t options);
 
+    // Runs `object`'s Persist with a new saving archive over `writer`, then, with no lock
+    // of the object held, writes the values it held back. Returns Persist's result (its
+    // failure passed on unchanged); a failure of the writer throws.
+    static HRESULT Save(ILuxPersistArchive& object, ArchiveWriter& writer, int32_t options);
+
     bool Saving() const noexcept { return writer_ != nullptr; }
     int32_t PersistOptions() const noexcept { return options_; }
 
@@ -48,9 +59,12 @@ public:
     size_t EntryCount() const;
 
     // What the Persist members do, without names as BSTRs.
-    // Saving: records the name (refusing a repeat) and hands the value on, unless the
-    // options save objects only and the value is not one.
+    // Saving: records the name (refusing a repeat) and hands the value on (or holds it
+    // back, see above), unless the options save objects only and the value is not one.
     void Write(std::string_view name, const VARIANT& value);
+    // Saving: hands the values held back to the writer, in order. Call it once Persist has
+    // returned, with no object lock held.
+    void WriteHeldBack();
     // Loading: a copy of the stored value converted to `vt` (VT_VARIANT: as stored); false
     // when the name is absent. A value that does not convert throws ccArchive::BadType
     // described by `messageId` with the name.
@@ -87,7 +101,7 @@ private:
     };
     struct Entry {
         Name key;
-        Variant value;  // empty while saving
+        Variant value;  // saving: the copy of a value held back, else empty
     };
 
     // A scalar Persist member: saving hands `value` on as `vt`; loading converts the stored
@@ -108,6 +122,7 @@ private:
 
     ArchiveWriter* writer_ = nullptr;
     int32_t options_ = 0;
+    size_t heldBackFrom_ = SIZE_MAX;  // saving: the first entry held back (none: SIZE_MAX)
     mutable ObjectLock lock_;  // the objects' own lock: nearly free while one thread uses it
     std::vector<Entry> entries_;
     // Names are mostly found by the read-order hint: a table pays off only for large archives.

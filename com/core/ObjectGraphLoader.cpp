@@ -124,17 +124,48 @@ IDispatch* ObjectGraphLoader::Find(uint32_t id) const noexcept {
 
 ComPtr<CLuxArchive> ObjectGraphLoader::NewArchive() const { return CLuxArchive::ForLoading(options_); }
 
+namespace {
+
+// Holds an object's change events while it lives, so that the reset and the load of an
+// existing object reach its sinks as one change.
+class HeldEvents {
+public:
+    explicit HeldEvents(IDispatch* object) noexcept {
+        if (FAILED(object->QueryInterface(ILuxChangeEventConfiguration::iid, events_.OutVoid())) || !events_ ||
+            FAILED(events_->SuspendEventDelivery()))
+            events_ = nullptr;
+    }
+    ~HeldEvents() {
+        if (events_) events_->ResumeAndFireEvent();
+    }
+    HeldEvents(const HeldEvents&) = delete;
+    HeldEvents& operator=(const HeldEvents&) = delete;
+
+private:
+    ComPtr<ILuxChangeEventConfiguration> events_;
+};
+
+}  // namespace
+
 void ObjectGraphLoader::LoadEntries(IDispatch* object, CLuxArchive& archive) {
     ComPtr<ILuxPersistArchive> archived;
     if (FAILED(object->QueryInterface(ILuxPersistArchive::iid, archived.OutVoid())) || !archived)
         FormatterErrors::Throw(ids_LuxFormatter_NotPersistable);
-    ThrowIfFailed(archived->PreLoad());
     // An object the loader made is in its default state already: resetting it again
     // would only cost time.
     const bool created = !existing_ || object != existing_.get();
-    const int32_t options = created ? options_ | luxPersistOptionNoResetOnLoad : options_;
+    if (created) {
+        ThrowIfFailed(archived->PreLoad());
+        ThrowIfFailed(archived->Persist(&archive, options_ | luxPersistOptionNoResetOnLoad));
+        return;
+    }
+    // The existing root: reset first, so that what PreLoad prepares is not reset away by
+    // Persist (which then keeps what the document does not hold).
+    const HeldEvents held(object);
+    if (!(options_ & luxPersistOptionNoResetOnLoad)) ThrowIfFailed(ObjectGraphObjects::Empty(object, options_));
+    ThrowIfFailed(archived->PreLoad());
     // The object's own failure (a value of the wrong type, say) is passed on as it is.
-    ThrowIfFailed(archived->Persist(&archive, options));
+    ThrowIfFailed(archived->Persist(&archive, options_ | luxPersistOptionNoResetOnLoad));
 }
 
 void ObjectGraphLoader::LoadStream(IDispatch* object, std::span<const uint8_t> bytes) {

@@ -1,7 +1,8 @@
 // The part of loading an object graph that every format shares: creating each object from
 // its class (or taking the caller's existing object for the root), remembering objects by
-// their number so that references resolve, running PreLoad and Persist for each object
-// once its values have been read, and PostLoad for all of them at the end. A formatter
+// their number so that references resolve, loading each object once its values have been
+// read (reset unless luxPersistOptionNoResetOnLoad, PreLoad, Persist), and PostLoad for all
+// of them at the end. A formatter
 // reads the document and, for each object:
 //
 //     IDispatch* object = loader.Create(progId, id);   // at the object's start
@@ -48,7 +49,10 @@ public:
     IDispatch* Find(uint32_t id) const noexcept;
 
     ComPtr<CLuxArchive> NewArchive() const;
-    // PreLoad, then Persist with the values read.
+    // Loads one object: resets an existing object (unless the options say not to), then
+    // PreLoad, then Persist with the values read, which resets nothing more. An existing
+    // object's events of the reset and the load are delivered as one change. A failure of
+    // Persist leaves an existing object reset, with what its PreLoad prepared.
     void LoadEntries(IDispatch* object, CLuxArchive& archive);
     // A stream-persisted object's Load from its saved bytes.
     void LoadStream(IDispatch* object, std::span<const uint8_t> bytes);

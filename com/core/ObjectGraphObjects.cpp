@@ -15,8 +15,7 @@ ObjectGraphObjects::ObjectGraphObjects(IUnknown* root) {
     for (size_t next = 0; next < objects_.size(); ++next) {
         ComPtr<ILuxPersistArchive> persist;
         if (FAILED(objects_[next]->QueryInterface(ILuxPersistArchive::iid, persist.OutVoid())) || !persist) continue;
-        const ComPtr<CLuxArchive> archive = CLuxArchive::ForSaving(*this, kSaving);
-        if (FAILED(persist->Persist(archive.get(), kSaving))) complete_ = false;
+        if (FAILED(CLuxArchive::Save(*persist, *this, kSaving))) complete_ = false;
     }
 }
 

@@ -86,10 +86,9 @@ ObjectGraphSaver::Visit ObjectGraphSaver::Enter(IUnknown* object) {
 void ObjectGraphSaver::SaveEntries(IUnknown* object, ArchiveWriter& writer) {
     ComPtr<ILuxPersistArchive> archived;
     ThrowIfFailed(object->QueryInterface(ILuxPersistArchive::iid, archived.OutVoid()));
-    const ComPtr<CLuxArchive> archive = CLuxArchive::ForSaving(writer, options_);
-    // A sub-object's failure comes back through its Persist with its own HRESULT and
-    // description, and is passed on unchanged.
-    ThrowIfFailed(archived->Persist(archive.get(), options_));
+    // The object's own failure comes back with its HRESULT and description and is passed
+    // on unchanged; a sub-object's failure is thrown by the writer once Persist returned.
+    ThrowIfFailed(CLuxArchive::Save(*archived, writer, options_));
 }
 
 std::vector<uint8_t> ObjectGraphSaver::SaveStream(IUnknown* object) {

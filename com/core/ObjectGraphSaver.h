@@ -43,7 +43,9 @@ public:
     // with E_FAIL and ids_LuxFormatter_NoProgID_1 for a class without a ProgID.
     Visit Enter(IUnknown* object);
 
-    // Runs the object's Persist with a saving archive that hands each value to `writer`.
+    // Runs the object's Persist with a saving archive that hands each value to `writer`;
+    // sub-objects reach the writer after Persist returned (CLuxArchive::Save), so no lock
+    // of the object is held while they are saved.
     void SaveEntries(IUnknown* object, ArchiveWriter& writer);
     // The bytes of a stream-persisted object's Save.
     std::vector<uint8_t> SaveStream(IUnknown* object);

@@ -1,6 +1,8 @@
 // Persistence of the object base and the collections through the archive: what Persist
 // writes and in which order, what loading does with absent and bad values, the option
 // bits and the has-changed flag. A recording writer stands in for a formatter.
+#include <chrono>
+#include <future>
 #include <string>
 #include <utility>
 #include <vector>
@@ -10,7 +12,9 @@
 #include "com/core/ObjectPersistence.h"
 #include "com/core/impl/ArchiveAccess.h"
 #include "platform/SafeArray.h"
+#include "platform/MemoryStream.h"
 #include "support/RecordedError.h"
+#include "support/TestPoint.h"
 #include "TessalyTest.h"
 
 namespace tessaly::test {
@@ -45,8 +49,7 @@ protected:
         RecordingWriter writer;
         ComPtr<ILuxPersistArchive> persist;
         EXPECT_EQ(object->QueryInterface(ILuxPersistArchive::iid, persist.OutVoid()), S_OK);
-        auto archive = CLuxArchive::ForSaving(writer, options);
-        EXPECT_EQ(persist->Persist(archive.get(), options | luxPersistOptionSaving), S_OK);
+        EXPECT_EQ(CLuxArchive::Save(*persist, writer, options), S_OK);
         return writer;
     }
     static HRESULT Load(IUnknown* object, CLuxArchive* archive, int32_t options = luxPersistOptionAll) {
@@ -350,6 +353,148 @@ TEST_F(PersistTest, ClearObjectGraphEmptiesEveryReachableObjectSoThatCyclesAreFr
 
     EXPECT_EQ(ClearObjectGraph(nullptr), E_POINTER);
     EXPECT_TRUE(TakeErrorInfo().present);
+}
+
+// Saving: an object's lock is held while its values are taken, never while a sub-object is
+// written; the writer still receives every value in the order Persist gave them.
+TEST_F(PersistTest, SubObjectsAreWrittenAfterPersistReturnedInTheirOrder) {
+    auto list = NewCollection();
+    auto inner = NewCollection();
+    ASSERT_EQ(Add(list.get(), Variant(1), "first"), S_OK);
+    ASSERT_EQ(Add(list.get(), Variant(static_cast<IDispatch*>(inner.get()))), S_OK);
+    ASSERT_EQ(Add(list.get(), Variant("after"), "last"), S_OK);
+
+    // Reading the collection from another thread needs its lock: it returns at once only
+    // when the thread writing does not hold it.
+    class LockProbe final : public core::ArchiveWriter {
+    public:
+        explicit LockProbe(ILuxCollection* owner) : owner_(owner) {}
+        void WriteEntry(std::string_view name, const VARIANT& value) override {
+            auto count = std::async(std::launch::async, [owner = owner_] {
+                LONG n = 0;
+                owner->get_Count(&n);
+                return n;
+            });
+            const bool free = count.wait_for(std::chrono::milliseconds(200)) == std::future_status::ready;
+            log += std::string(name) + (value.vt == VT_DISPATCH ? "(obj)" : "") + (free ? ":free " : ":held ");
+            pending.push_back(std::move(count));  // a reader still waiting gets the lock once Persist returns
+        }
+        std::string log;
+        std::vector<std::future<LONG>> pending;
+
+    private:
+        ILuxCollection* owner_;
+    };
+    LockProbe probe(list.get());
+    ComPtr<ILuxPersistArchive> persist;
+    ASSERT_EQ(list->QueryInterface(ILuxPersistArchive::iid, persist.OutVoid()), S_OK);
+    EXPECT_EQ(CLuxArchive::Save(*persist, probe, luxPersistOptionAll), S_OK);
+    for (auto& reader : probe.pending) EXPECT_EQ(reader.get(), 3);
+    // Values before the first object go straight through, under the lock; the object and
+    // everything after it wait until Persist has returned.
+    EXPECT_EQ(probe.log, "Item0:held Key0:held Item1(obj):free Item2:free Key2:free ");
+
+    // The values held back are copies: the saved order and content do not depend on when
+    // they are written.
+    const RecordingWriter saved = Save(list.get());
+    EXPECT_EQ(saved.Names(), "Item0,Key0,Item1,Item2,Key2");
+    EXPECT_EQ(Text(saved.entries[3].second.get()), "after");
+    EXPECT_EQ(saved.entries[2].second.get().pdispVal, static_cast<IDispatch*>(inner.get()));
+
+    // A failing Persist writes nothing it held back.
+    auto archive = CLuxArchive::ForSaving(probe, luxPersistOptionAll);
+    probe.log.clear();
+    EXPECT_EQ(archive->PersistI4(Bstr("Item0").get(), nullptr), E_INVALIDARG);
+    EXPECT_EQ(probe.log, "");
+}
+
+// Loading into an existing object: the reset comes before PreLoad, so what PreLoad
+// prepares survives Persist, which assigns only what the document holds.
+class LoadOrderTest : public PersistTest {
+protected:
+    static HRESULT LoadXml(const std::string& text, IDispatch* existing, int32_t options) {
+        ComPtr<ILuxFormatter> formatter;
+        EXPECT_EQ(CreateObject("Tessaly.LuxXMLFormatter", ILuxFormatter::iid, formatter.OutVoid()), S_OK);
+        ComPtr<IStream> stream;
+        EXPECT_EQ(MemoryStream::Create(text.data(), text.size(), stream.Out()), S_OK);
+        ComPtr<IDispatch> loaded;
+        return formatter->Deserialize(stream.get(), existing, options, nullptr, nullptr, loaded.Out());
+    }
+    static std::string Document(const std::string& values) {
+        return "<?xml version=\"1.0\"?>\r\n<Root xmlns:dt=\"urn:schemas-microsoft-com:datatypes\">"
+               "<Object ProgID=\"Tessaly.TestPoint.1\" id=\"1\">" +
+               values + "</Object></Root>";
+    }
+    static std::string Marker(ITestPoint* point) {
+        Variant marker;
+        EXPECT_EQ(point->get_Marker(marker.ptr()), S_OK);
+        return Text(marker.get());
+    }
+};
+
+TEST_F(LoadOrderTest, ResetComesBeforePreLoadAndWhatPreLoadPreparesSurvives) {
+    auto point = ComPtr<TestPoint>::Attach(TestPoint::Create());
+    ComPtr<ITestPoint> client;
+    ASSERT_EQ(point->QueryInterface(ITestPoint::iid, client.OutVoid()), S_OK);
+    ASSERT_EQ(client->put_X(1), S_OK);
+    ASSERT_EQ(client->put_Y(2), S_OK);
+    ASSERT_EQ(client->put_Marker(Variant("old").get()), S_OK);
+    point->PrepareMarkerOnPreLoad(Variant("prepared"));
+    auto sink = ComPtr<TestSink>::Attach(TestSink::Create());
+    DWORD cookie = 0;
+    ASSERT_EQ(Advise(client.get(), DIID_ILuxChangeEvent, static_cast<IDispatch*>(sink.get()), &cookie), S_OK);
+    IDispatch* existing = nullptr;
+    ASSERT_EQ(client->QueryInterface(IDispatch::iid, reinterpret_cast<void**>(&existing)), S_OK);
+    const auto root = ComPtr<IDispatch>::Attach(existing);
+
+    EXPECT_EQ(LoadXml(Document("<X dt:dt=\"r8\">3</X>"), existing, luxPersistOptionAll), S_OK);
+    EXPECT_EQ(Coordinates(client.get()), "3.000000,0.000000");  // Y reset
+    EXPECT_EQ(Marker(client.get()), "prepared");                // not reset after PreLoad
+    // The reset and the load reach the sinks as one change.
+    EXPECT_EQ(sink->Log(), "7456(-1,,-1)");
+    EXPECT_FALSE(HasChanged(existing));
+
+    // Without the reset, what the document does not hold stays.
+    ASSERT_EQ(client->put_Y(5), S_OK);
+    ASSERT_EQ(client->put_Marker(Variant("kept").get()), S_OK);
+    point->PrepareMarkerOnPreLoad(Variant());
+    EXPECT_EQ(LoadXml(Document("<X dt:dt=\"r8\">4</X>"), existing, luxPersistOptionAll | luxPersistOptionNoResetOnLoad),
+              S_OK);
+    EXPECT_EQ(Coordinates(client.get()), "4.000000,5.000000");
+    EXPECT_EQ(Marker(client.get()), "kept");
+
+    // A value that does not read as its type fails Persist once the object is reset: the
+    // object keeps its default state and what PreLoad prepared, and the change is announced.
+    point->PrepareMarkerOnPreLoad(Variant("prepared again"));
+    sink->Take();
+    EXPECT_EQ(LoadXml(Document("<X dt:dt=\"r8\">6</X><Y>abc</Y>"), existing, luxPersistOptionAll), e_Lux_BadFileFormat);
+    EXPECT_EQ(Coordinates(client.get()), "0.000000,0.000000");
+    EXPECT_EQ(Marker(client.get()), "prepared again");
+    EXPECT_EQ(sink->Log(), "7456(-1,,-1)");
+
+    // A document that does not parse changes nothing and announces nothing.
+    sink->Take();
+    ASSERT_EQ(client->put_X(9), S_OK);
+    sink->Take();
+    EXPECT_EQ(LoadXml(Document("<X dt:dt=\"r8\">7</Y>"), existing, luxPersistOptionAll), ids_LuxFormatter_StartEndMismatch_2);
+    EXPECT_EQ(Coordinates(client.get()), "9.000000,0.000000");
+    EXPECT_EQ(sink->Log(), "");
+    ASSERT_EQ(Unadvise(client.get(), DIID_ILuxChangeEvent, cookie), S_OK);
+}
+
+TEST_F(LoadOrderTest, ObjectsTheLoaderCreatesRunPreLoadPersistAndPostLoadAfterTheWholeGraph) {
+    // Every TestPoint the loader makes starts without a prepared marker, so the document's
+    // values land unchanged and a missing one keeps its default.
+    IDispatch* loaded = nullptr;
+    const std::string text = Document("<X dt:dt=\"r8\">1.5</X>");
+    ASSERT_EQ(LoadObjectFromBytes(std::span(reinterpret_cast<const uint8_t*>(text.data()), text.size()),
+                                  luxPersistFormatXML, &loaded),
+              S_OK);
+    const auto root = ComPtr<IDispatch>::Attach(loaded);
+    ComPtr<ITestPoint> point;
+    ASSERT_EQ(root->QueryInterface(ITestPoint::iid, point.OutVoid()), S_OK);
+    EXPECT_EQ(Coordinates(point.get()), "1.500000,0.000000");
+    EXPECT_EQ(Marker(point.get()), "");
 }
 
 }  // namespace

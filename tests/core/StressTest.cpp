@@ -1,16 +1,21 @@
 // Four threads on shared objects for a few seconds: properties set, delivery suspended and
-// resumed, collection items added and removed, with sinks that call back in. The run must
-// end without deadlock, with counts that add up and nothing left alive. This suite is
+// resumed, collection items added and removed, with sinks that call back in; and threads
+// saving graphs that share objects in opposite orders while another changes them. The runs
+// must end without deadlock, with counts that add up and nothing left alive. This suite is
 // also what the thread-sanitizer build runs.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <future>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "com/core/ObjectPersistence.h"
 #include "platform/Bstr.h"
 #include "platform/ClassTable.h"
 #include "platform/EventSink.h"
@@ -121,6 +126,99 @@ TEST(StressTest, SharedObjectsStayConsistentUnderFourThreads) {
 
         EXPECT_EQ(Unadvise(point->GetUnknown(), DIID_ILuxChangeEvent, pointCookie), S_OK);
         EXPECT_EQ(Unadvise(collection.get(), DIID_ILuxCollectionEvents, collectionCookie), S_OK);
+    }
+    EXPECT_EQ(Module::LiveObjectCount(), live);
+}
+
+// Two roots hold the same two collections in opposite orders, and those two hold each
+// other (and a leaf each): a saver that kept an object's lock while it saved the objects
+// inside would, on two threads, take the two shared locks in opposite orders and deadlock.
+TEST(StressTest, SavingGraphsThatShareObjectsInOppositeOrdersNeverDeadlocks) {
+    const LONG live = Module::LiveObjectCount();
+    {
+        const auto make = [] {
+            ComPtr<ILuxCollection> collection;
+            EXPECT_EQ(CreateObject("Tessaly.LuxCollection", ILuxCollection::iid, collection.OutVoid()), S_OK);
+            return collection;
+        };
+        const auto add = [](ILuxCollection* to, ILuxCollection* item) {
+            EXPECT_EQ(to->Add(Variant(static_cast<IDispatch*>(item)).get(), nullptr, luxNoIndex), S_OK);
+        };
+        auto first = make(), second = make(), firstLeaf = make(), secondLeaf = make();
+        auto left = make(), right = make();
+        add(first.get(), firstLeaf.get());
+        add(first.get(), second.get());
+        add(second.get(), secondLeaf.get());
+        add(second.get(), first.get());
+        add(left.get(), first.get());
+        add(left.get(), second.get());
+        add(right.get(), second.get());
+        add(right.get(), first.get());
+
+        std::atomic<int64_t> saves{0};
+        std::atomic<int64_t> failures{0};
+        std::vector<uint8_t> lastSaved[2];
+        const auto deadline = std::chrono::steady_clock::now() + kDuration;
+        auto run = std::async(std::launch::async, [&] {
+            std::vector<std::thread> threads;
+            for (int t = 0; t < 2; ++t) {
+                threads.emplace_back([&, t] {
+                    IDispatch* root = t == 0 ? left.get() : right.get();
+                    for (int step = 0; std::chrono::steady_clock::now() < deadline; ++step) {
+                        std::vector<uint8_t> bytes;
+                        const int32_t format = step % 2 ? luxPersistFormatXML : luxPersistFormatBinary;
+                        if (SUCCEEDED(SaveObjectToBytes(root, format, luxPersistOptionAll, &bytes)) && !bytes.empty())
+                            ++saves;
+                        else
+                            ++failures;
+                        if (format == luxPersistFormatBinary) lastSaved[t] = std::move(bytes);
+                    }
+                });
+            }
+            // The leaves change while they are saved.
+            threads.emplace_back([&] {
+                for (int32_t step = 0; std::chrono::steady_clock::now() < deadline; ++step) {
+                    ILuxCollection* leaf = step % 2 ? firstLeaf.get() : secondLeaf.get();
+                    if (FAILED(leaf->Add(Variant(step).get(), nullptr, luxNoIndex))) ++failures;
+                    LONG count = 0;
+                    if (SUCCEEDED(leaf->get_Count(&count)) && count > 8 && FAILED(leaf->Remove(Variant(int32_t{0}).get())))
+                        ++failures;
+                }
+            });
+            for (std::thread& thread : threads) thread.join();
+        });
+        // A deadlock never ends: stop the program with a message rather than hang the suite.
+        if (run.wait_for(kDuration + std::chrono::seconds(60)) != std::future_status::ready) {
+            std::fprintf(stderr, "StressTest: the savers are still running a minute after the end: deadlock\n");
+            std::abort();
+        }
+        run.get();
+        EXPECT_EQ(failures.load(), 0);
+        EXPECT_GT(saves.load(), 2);
+
+        // What was saved last loads back as the same shape: two collections that hold each other.
+        for (const std::vector<uint8_t>& bytes : lastSaved) {
+            ASSERT_FALSE(bytes.empty());
+            IDispatch* raw = nullptr;
+            ASSERT_EQ(LoadObjectFromBytes(bytes, luxPersistFormatBinary, &raw), S_OK);
+            auto root = ComPtr<IDispatch>::Attach(raw);
+            ComPtr<ILuxCollection> loaded;
+            ASSERT_EQ(root->QueryInterface(ILuxCollection::iid, loaded.OutVoid()), S_OK);
+            LONG count = 0;
+            EXPECT_EQ(loaded->get_Count(&count), S_OK);
+            EXPECT_EQ(count, 2);
+            Variant outer, inner;
+            ASSERT_EQ(loaded->get_Item(Variant(0).get(), outer.ptr()), S_OK);
+            ComPtr<ILuxCollection> shared;
+            ASSERT_EQ(outer.get().pdispVal->QueryInterface(ILuxCollection::iid, shared.OutVoid()), S_OK);
+            ASSERT_EQ(shared->get_Item(Variant(1).get(), inner.ptr()), S_OK);
+            Variant back;
+            ASSERT_EQ(loaded->get_Item(Variant(1).get(), back.ptr()), S_OK);
+            EXPECT_EQ(inner.get().pdispVal, back.get().pdispVal) << "the shared collections stay shared";
+            EXPECT_EQ(ClearObjectGraph(root.get()), S_OK);
+        }
+        // The originals hold each other too.
+        EXPECT_EQ(ClearObjectGraph(left.get()), S_OK);
     }
     EXPECT_EQ(Module::LiveObjectCount(), live);
 }

@@ -89,6 +89,19 @@ HRESULT TestPoint::SetMarker(const char* method, const VARIANT& value) {
     });
 }
 
+HRESULT TestPoint::PreLoad() {
+    return core::Guarded("PreLoad", ILuxPersistArchive::iid, [&] {
+        core::ObjectLock::Guard guard(Lock());
+        if (preLoadMarker_.vt() != VT_EMPTY) marker_ = preLoadMarker_;
+        return S_OK;
+    });
+}
+
+void TestPoint::PrepareMarkerOnPreLoad(const Variant& value) {
+    core::ObjectLock::Guard guard(Lock());
+    preLoadMarker_ = value;
+}
+
 HRESULT TestPoint::MoveTo(double x, double y) {
     return core::Guarded("MoveTo", IID_ITestPoint, [&] {
         if (!std::isfinite(x)) throw ccStdError::BadArgument("x");

@@ -23,6 +23,12 @@ public:
     HRESULT put_Marker(VARIANT value) override;
     HRESULT putref_Marker(VARIANT value) override;
     HRESULT MoveTo(double x, double y) override;
+    // Puts the value given to PrepareMarkerOnPreLoad (if any) into Marker, announcing
+    // nothing: what a class prepares before its values arrive.
+    HRESULT PreLoad() override;
+
+    // For tests of the load order.
+    void PrepareMarkerOnPreLoad(const Variant& value);
 
     // For tests that drive the base directly.
     using ILuxObjectImplBase::RaiseChange;
@@ -37,6 +43,7 @@ private:
     double x_ = 0;
     double y_ = 0;
     Variant marker_;
+    Variant preLoadMarker_;
 };
 
 }  // namespace tessaly::test
