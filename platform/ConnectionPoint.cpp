@@ -2,6 +2,8 @@
 
 #include <new>
 
+#include <sys/single_threaded.h>
+
 #include "platform/EnumConnections.h"
 #include "platform/Variant.h"
 
@@ -11,8 +13,39 @@ ConnectionPoint::SinkList::~SinkList() {
     for (const Connection& connection : connections) connection.sink->Release();
 }
 
-ConnectionPoint::ConnectionPoint(IConnectionPointContainer& container, const IID& iid)
-    : container_(container), iid_(iid) {}
+// While the process has one thread nobody can race with the count, so plain reads and
+// writes do; the flag never turns back on once a second thread has started (and starting
+// it orders what came before), so a scope entered single-threaded may leave threaded.
+class ConnectionPoint::ReadScope {
+public:
+    explicit ReadScope(const ConnectionPoint& point) noexcept : point_(point) {
+        if (__libc_single_threaded)
+            point_.readers_.store(point_.readers_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+        else
+            point_.readers_.fetch_add(1, std::memory_order_seq_cst);
+    }
+    ~ReadScope() {
+        uint32_t before;
+        if (__libc_single_threaded) {
+            before = point_.readers_.load(std::memory_order_relaxed);
+            point_.readers_.store(before - 1, std::memory_order_relaxed);
+        } else {
+            before = point_.readers_.fetch_sub(1, std::memory_order_seq_cst);
+        }
+        if (before == 1 && point_.retiredPending_.load(std::memory_order_seq_cst)) [[unlikely]]
+            point_.Reclaim();
+    }
+    ReadScope(const ReadScope&) = delete;
+    ReadScope& operator=(const ReadScope&) = delete;
+
+    const SinkList* List() const noexcept { return point_.current_.load(std::memory_order_seq_cst); }
+
+private:
+    const ConnectionPoint& point_;
+};
+
+ConnectionPoint::ConnectionPoint(IConnectionPointContainer& container, const IID& iid, const InterfaceInfo* info)
+    : container_(container), iid_(iid), info_(info) {}
 
 ConnectionPoint::~ConnectionPoint() = default;
 
@@ -43,6 +76,31 @@ HRESULT ConnectionPoint::GetConnectionPointContainer(IConnectionPointContainer**
     return S_OK;
 }
 
+void ConnectionPoint::PublishLocked(std::shared_ptr<SinkList> next) noexcept {
+    std::shared_ptr<SinkList> previous = std::move(sinks_);
+    sinks_ = std::move(next);
+    current_.store(sinks_.get(), std::memory_order_seq_cst);
+    if (previous) {
+        retired_.push_back(std::move(previous));  // capacity reserved by the caller
+        retiredPending_.store(true, std::memory_order_seq_cst);
+    }
+}
+
+std::vector<std::shared_ptr<ConnectionPoint::SinkList>> ConnectionPoint::TakeReclaimableLocked() const noexcept {
+    if (retired_.empty() || readers_.load(std::memory_order_seq_cst) != 0) return {};
+    retiredPending_.store(false, std::memory_order_relaxed);
+    return std::move(retired_);
+}
+
+void ConnectionPoint::Reclaim() const noexcept {
+    std::vector<std::shared_ptr<SinkList>> reclaimed;
+    {
+        std::lock_guard lock(mutex_);
+        reclaimed = TakeReclaimableLocked();
+    }
+    // `reclaimed` dies here, outside the mutex: releasing sinks may run their code.
+}
+
 HRESULT ConnectionPoint::Advise(IUnknown* pUnkSink, DWORD* pdwCookie) {
     if (!pdwCookie) return E_POINTER;
     *pdwCookie = 0;
@@ -54,12 +112,13 @@ HRESULT ConnectionPoint::Advise(IUnknown* pUnkSink, DWORD* pdwCookie) {
         if (FAILED(pUnkSink->QueryInterface(IDispatch::iid, &found)) || !found) return CONNECT_E_CANNOTCONNECT;
     }
     auto* sink = static_cast<IDispatch*>(found);
-    std::shared_ptr<const SinkList> previous;
+    std::vector<std::shared_ptr<SinkList>> reclaimed;
     try {
         auto next = std::make_shared<SinkList>();
         std::lock_guard lock(mutex_);
         const size_t count = sinks_ ? sinks_->connections.size() : 0;
         next->connections.reserve(count + 1);
+        retired_.reserve(retired_.size() + 1);
         if (sinks_) {
             for (const Connection& connection : sinks_->connections) {
                 connection.sink->AddRef();
@@ -70,20 +129,19 @@ HRESULT ConnectionPoint::Advise(IUnknown* pUnkSink, DWORD* pdwCookie) {
         if (nextCookie_ == 0) nextCookie_ = 1;
         next->connections.push_back({cookie, sink});
         sink = nullptr;  // the list owns it now
-        previous = std::move(sinks_);
-        sinks_ = std::move(next);
-        connected_.store(true, std::memory_order_release);
+        PublishLocked(std::move(next));
+        reclaimed = TakeReclaimableLocked();
         *pdwCookie = cookie;
     } catch (const std::bad_alloc&) {
         if (sink) sink->Release();
         return E_OUTOFMEMORY;
     }
-    // `previous` dies here, outside the lock: releasing sinks may run their code.
+    // `reclaimed` dies here, outside the mutex: releasing sinks may run their code.
     return S_OK;
 }
 
 HRESULT ConnectionPoint::Unadvise(DWORD dwCookie) {
-    std::shared_ptr<const SinkList> previous;
+    std::vector<std::shared_ptr<SinkList>> reclaimed;
     try {
         std::lock_guard lock(mutex_);
         if (!sinks_) return CONNECT_E_NOCONNECTION;
@@ -100,9 +158,9 @@ HRESULT ConnectionPoint::Unadvise(DWORD dwCookie) {
                 next->connections.push_back(connection);
             }
         }
-        previous = std::move(sinks_);
-        sinks_ = std::move(next);
-        connected_.store(sinks_ != nullptr, std::memory_order_release);
+        retired_.reserve(retired_.size() + 1);
+        PublishLocked(std::move(next));
+        reclaimed = TakeReclaimableLocked();
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }
@@ -127,16 +185,30 @@ HRESULT ConnectionPoint::EnumConnections(IEnumConnections** ppEnum) {
 }
 
 std::shared_ptr<const ConnectionPoint::SinkList> ConnectionPoint::Snapshot() const noexcept {
-    std::lock_guard lock(mutex_);
-    return sinks_;
+    const ReadScope scope(*this);
+    const SinkList* list = scope.List();
+    // The list's owner is published or retired, and retired owners outlive the scope:
+    // its count is above zero, so this cannot fail.
+    return list ? list->shared_from_this() : nullptr;
 }
 
-bool ConnectionPoint::HasConnections() const noexcept { return connected_.load(std::memory_order_acquire); }
+bool ConnectionPoint::Declares(DISPID dispid) const noexcept {
+    if (!info_) return true;
+    const uint64_t key = static_cast<uint64_t>(static_cast<uint32_t>(dispid)) << 2;
+    const uint64_t cached = declared_.load(std::memory_order_relaxed);
+    if ((cached & ~uint64_t{1}) == (key | 2)) return (cached & 1) != 0;
+    bool found = false;
+    for (const InterfaceInfo* iface = info_; iface && !found; iface = iface->base)
+        for (uint16_t i = 0; i < iface->memberCount && !found; ++i) found = iface->members[i].dispid == dispid;
+    declared_.store(key | 2 | (found ? 1 : 0), std::memory_order_relaxed);
+    return found;
+}
 
 void ConnectionPoint::Fire(DISPID dispid, DISPPARAMS& params) const noexcept {
-    const std::shared_ptr<const SinkList> snapshot = Snapshot();
-    if (!snapshot) return;
-    for (const Connection& connection : snapshot->connections) {
+    const ReadScope scope(*this);
+    const SinkList* list = scope.List();
+    if (!list) return;
+    for (const Connection& connection : list->connections) {
         VARIANT result{};
         UINT argErr = 0;
         connection.sink->Invoke(dispid, GUID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, &result, nullptr,

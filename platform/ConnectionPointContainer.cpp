@@ -19,7 +19,7 @@ ConnectionPointContainer::ConnectionPointContainer(IConnectionPointContainer& ow
     for (uint16_t i = 0; i < coclass.interfaceCount; ++i) {
         const CoClassInterface& entry = coclass.interfaces[i];
         if (entry.flags & IMPLTYPEFLAG_FSOURCE)
-            points_.push_back(std::make_unique<ConnectionPoint>(owner, entry.iface->iid));
+            points_.push_back(std::make_unique<ConnectionPoint>(owner, entry.iface->iid, entry.iface));
     }
 }
 
@@ -56,7 +56,8 @@ void ConnectionPointContainer::Fire(const IID& source, DISPID dispid, DISPPARAMS
 }
 
 void ConnectionPointContainer::FireAll(DISPID dispid, DISPPARAMS& params) const noexcept {
-    for (const auto& point : points_) point->Fire(dispid, params);
+    for (const auto& point : points_)
+        if (point->Declares(dispid)) point->Fire(dispid, params);
 }
 
 bool ConnectionPointContainer::HasConnections() const noexcept {

@@ -26,7 +26,8 @@ public:
     ConnectionPoint* Find(const IID& iid) const noexcept;
     // Delivers an event to every sink of the source interface, outside any lock.
     void Fire(const IID& source, DISPID dispid, DISPPARAMS& params) const noexcept;
-    // Delivers an event that every outgoing interface repeats (Change) to every sink.
+    // Delivers an event that several outgoing interfaces repeat (Change) to every sink of
+    // each outgoing interface that declares it; the others never see it.
     void FireAll(DISPID dispid, DISPPARAMS& params) const noexcept;
     // Whether any sink is advised on any outgoing interface.
     bool HasConnections() const noexcept;

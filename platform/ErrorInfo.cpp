@@ -16,6 +16,7 @@ struct ThreadErrorSlot {
     void Replace(IErrorInfo* next) noexcept {
         IErrorInfo* previous = info;
         info = next;
+        tessaly::threadHasErrorInfo = next != nullptr;
         // Released after the swap: a Release that records an error of its own must find
         // the slot in a consistent state.
         if (previous) previous->Release();
@@ -27,6 +28,10 @@ struct ThreadErrorSlot {
 thread_local ThreadErrorSlot threadError __attribute__((tls_model("initial-exec")));
 
 }  // namespace
+
+namespace tessaly {
+constinit thread_local bool threadHasErrorInfo __attribute__((tls_model("initial-exec"))) = false;
+}  // namespace tessaly
 
 HRESULT SetErrorInfo(DWORD dwReserved, IErrorInfo* perrinfo) {
     if (dwReserved != 0) return E_INVALIDARG;
@@ -42,6 +47,7 @@ HRESULT GetErrorInfo(DWORD dwReserved, IErrorInfo** pperrinfo) {
     // Ownership moves to the caller: the slot's reference becomes theirs.
     *pperrinfo = threadError.info;
     threadError.info = nullptr;
+    tessaly::threadHasErrorInfo = false;
     return *pperrinfo ? S_OK : S_FALSE;
 }
 

@@ -82,4 +82,13 @@ HRESULT SetErrorInfo(HRESULT result, std::string_view description, std::string_v
 // Drops the calling thread's error object, if any.
 void ClearErrorInfo() noexcept;
 
+// Whether the calling thread holds an error object: one load, so that code which clears
+// stale error info on every call (the method guard) pays nothing when there is none.
+extern constinit thread_local bool threadHasErrorInfo __attribute__((tls_model("initial-exec")));
+
+inline void ClearStaleErrorInfo() noexcept {
+    if (threadHasErrorInfo) [[unlikely]]
+        ClearErrorInfo();
+}
+
 }  // namespace tessaly

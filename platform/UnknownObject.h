@@ -143,6 +143,17 @@ public:
         return remaining;
     }
 
+    // A reference taken only while the object is still alive: false once its count has
+    // reached zero (it is being destroyed). What a weak back-reference needs, such as a
+    // child's link to the container that holds it; the caller must know that the memory
+    // is still there (the container unhooks the link under a lock before it goes).
+    bool TryAddRef() noexcept {
+        ULONG count = refs_.load(std::memory_order_relaxed);
+        while (count != 0 && count < kDestroying)
+            if (refs_.compare_exchange_weak(count, count + 1, std::memory_order_relaxed)) return true;
+        return false;
+    }
+
     // The object's pointer for an interface, without a reference; nullptr when it has none.
     void* FindInterface(const IID& iid) noexcept { return FindListed(iid); }
 

@@ -625,8 +625,8 @@ HRESULT CLuxBinaryFormatter::Deserialize(IStream* Stream, IDispatch* Existing, L
     if (Warnings) *Warnings = nullptr;
     if (Obj) *Obj = nullptr;
     return Guarded("Deserialize", IID_ILuxFormatter, [&] {
-        if (!Stream) throw ccStdError::NullArgument("Stream");
-        if (!Obj) throw ccStdError::NullArgument("Obj");
+        RequireArgument(Stream, "Stream");
+        RequireOut(Obj);
         CheckSubFormat(SubFormat);
         StreamDevice device(Stream);
         ccArchive archive = ccArchive::ForReading(device);

@@ -140,6 +140,6 @@ bool LuxCollectionItems::Finder::operator()(const Variant& item) const noexcept 
     return SameValue(item.get(), wanted_.get(), 0);
 }
 
-HRESULT CLuxCollection::putref_Item(VARIANT KeyOrIndex, VARIANT Item) { return PutItem("Item", KeyOrIndex, Item); }
+HRESULT CLuxCollection::putref_Item(VARIANT KeyOrIndex, VARIANT Item) { return PutItem("put_Item", KeyOrIndex, Item); }
 
 }  // namespace tessaly::core

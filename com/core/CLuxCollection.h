@@ -11,7 +11,10 @@
 //    aside) whose elements are equal by these rules; VT_EMPTY matches VT_EMPTY and VT_NULL
 //    matches VT_NULL;
 //  - Clone clones the objects that are ILuxObjects; everything else is copied. Objects
-//    inside arrays are shared.
+//    inside arrays are shared;
+//  - an item that is an object firing Change (held as VT_DISPATCH or VT_UNKNOWN) has its
+//    Change passed on as the collection's Change(-2, info, areas), info.SourceIndex its
+//    index; objects inside arrays are not listened to.
 #pragma once
 
 #include "com/core/impl/ccCollectionImpl.h"
@@ -28,6 +31,11 @@ struct LuxCollectionItems {
     static VARIANT Lend(const Variant& item) noexcept { return item.get(); }
     static Variant FromArchive(Variant value, const std::string&) noexcept { return value; }
     static void InitOut(VARIANT* out) noexcept { VariantInit(out); }
+    // Objects held directly (not inside arrays) have their Change passed on.
+    static IUnknown* ObjectOf(const Variant& item) noexcept {
+        const VARIANT& value = item.get();
+        return value.vt == VT_DISPATCH || value.vt == VT_UNKNOWN ? value.punkVal : nullptr;
+    }
 
     // FindItem's equality, prepared once per call.
     class Finder {

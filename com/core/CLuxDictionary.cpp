@@ -72,7 +72,7 @@ HRESULT CopyToBuffer(std::string_view text, LONGLONG address, LONG length) {
 }
 
 void CheckBuffer(LONGLONG address, LONG length) {
-    if (address == 0) throw ccStdError::NullArgument("Buf");
+    if (address == 0) throw ccStdError::NullArgument("Buf");  // the caller's buffer: an [in] argument
     if (length <= 0) throw ccStdError::BadArgument("BufLen", ids_Core_ArgNotPositive_1);
 }
 
@@ -145,21 +145,21 @@ HRESULT CLuxDictionary::InitHmod(LONGLONG, BSTR BaseName) {
 }
 
 HRESULT CLuxDictionary::get_LanguageAbbrev(BSTR* Abbrev) {
-    return Guarded("LanguageAbbrev", ILuxDictionary::iid, [&] {
-        if (!Abbrev) throw ccStdError::NullArgument("Abbrev");
+    return Guarded("get_LanguageAbbrev", ILuxDictionary::iid, [&] {
+        RequireOut(Abbrev);
         SetText(Abbrev, CurrentTable().abbreviation);
     });
 }
 
 HRESULT CLuxDictionary::get_LanguageID(LONG* LanguageID) {
-    return Guarded("LanguageID", ILuxDictionary::iid, [&] {
-        if (!LanguageID) throw ccStdError::NullArgument("LanguageID");
+    return Guarded("get_LanguageID", ILuxDictionary::iid, [&] {
+        RequireOut(LanguageID);
         *LanguageID = MessageTable::CurrentLanguage();
     });
 }
 
 HRESULT CLuxDictionary::put_LanguageID(LONG LanguageID) {
-    return Guarded("LanguageID", ILuxDictionary::iid, [&] {
+    return Guarded("put_LanguageID", ILuxDictionary::iid, [&] {
         if (!MessageTable::SetCurrentLanguage(LanguageID))
             throw ccStdError::BadArgument("LanguageID", ids_Core_NoLanguageTable_1, {MessageTable::Hex(LanguageID)});
     });
@@ -167,14 +167,14 @@ HRESULT CLuxDictionary::put_LanguageID(LONG LanguageID) {
 
 HRESULT CLuxDictionary::GetString(LONG ID, BSTR* Text) {
     return Guarded("GetString", ILuxDictionary::iid, [&] {
-        if (!Text) throw ccStdError::NullArgument("Text");
+        RequireOut(Text);
         SetText(Text, Pattern(ID));
     });
 }
 
 HRESULT CLuxDictionary::FormatString(LONG ID, VARIANT Arg1, VARIANT Arg2, VARIANT Arg3, BSTR* Text) {
     return Guarded("FormatString", ILuxDictionary::iid, [&] {
-        if (!Text) throw ccStdError::NullArgument("Text");
+        RequireOut(Text);
         SetText(Text, Formatted(ID, Arg1, Arg2, Arg3, "FormatString", ILuxDictionary::iid));
     });
 }
@@ -182,8 +182,8 @@ HRESULT CLuxDictionary::FormatString(LONG ID, VARIANT Arg1, VARIANT Arg2, VARIAN
 HRESULT CLuxDictionary::get_HelpFile(LONG, BSTR* Path) {
     // Help is one HTML file per language beside the texts: <folder>/<base name>_<abbrev>.html
     // in the folder given to Init. Without such a file there is no help: "".
-    return Guarded("HelpFile", ILuxDictionary::iid, [&] {
-        if (!Path) throw ccStdError::NullArgument("Path");
+    return Guarded("get_HelpFile", ILuxDictionary::iid, [&] {
+        RequireOut(Path);
         std::filesystem::path file;
         {
             const std::lock_guard lock(mutex_);
@@ -198,15 +198,15 @@ HRESULT CLuxDictionary::get_HelpFile(LONG, BSTR* Path) {
 }
 
 HRESULT CLuxDictionary::get_FontName(LuxFontUsageConstants Usage, BSTR* Name) {
-    return Guarded("FontName", ILuxDictionary::iid, [&] {
-        if (!Name) throw ccStdError::NullArgument("Name");
+    return Guarded("get_FontName", ILuxDictionary::iid, [&] {
+        RequireOut(Name);
         SetText(Name, CurrentTable().fonts[CheckUsage(Usage)]);
     });
 }
 
 HRESULT CLuxDictionary::get_FontCharset(LuxFontUsageConstants Usage, LONG* Charset) {
-    return Guarded("FontCharset", ILuxDictionary::iid, [&] {
-        if (!Charset) throw ccStdError::NullArgument("Charset");
+    return Guarded("get_FontCharset", ILuxDictionary::iid, [&] {
+        RequireOut(Charset);
         CheckUsage(Usage);
         *Charset = CurrentTable().charset;
     });
@@ -214,7 +214,7 @@ HRESULT CLuxDictionary::get_FontCharset(LuxFontUsageConstants Usage, LONG* Chars
 
 HRESULT CLuxDictionary::UpdateFont(IDispatch* Font, LuxFontUsageConstants Usage) {
     return Guarded("UpdateFont", ILuxDictionary::iid, [&] {
-        if (!Font) throw ccStdError::NullArgument("Font");
+        RequireArgument(Font, "Font");
         const LanguageTable& table = CurrentTable();
         Variant name(table.fonts[CheckUsage(Usage)]);
         VARIANT charset;

@@ -18,6 +18,8 @@ struct LuxStringCollectionItems {
     static Bstr Take(BSTR item) { return Bstr(BstrView(item)); }
     static Bstr Clone(Bstr item) noexcept { return item; }
     static void InitOut(BSTR* out) noexcept { *out = nullptr; }
+    // Strings fire nothing: a string collection has no children to listen to.
+    static IUnknown* ObjectOf(const Bstr&) noexcept { return nullptr; }
     static VARIANT Lend(const Bstr& item) noexcept {
         VARIANT lent{};
         lent.vt = VT_BSTR;

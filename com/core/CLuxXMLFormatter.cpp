@@ -1059,8 +1059,8 @@ HRESULT CLuxXMLFormatter::Deserialize(IStream* Stream, IDispatch* Existing, LONG
     if (Warnings) *Warnings = nullptr;
     if (Obj) *Obj = nullptr;
     return Guarded("Deserialize", IID_ILuxFormatter, [&] {
-        if (!Stream) throw ccStdError::NullArgument("Stream");
-        if (!Obj) throw ccStdError::NullArgument("Obj");
+        RequireArgument(Stream, "Stream");
+        RequireOut(Obj);
         LayoutOf(SubFormat);
         const Document document(Stream);
         ObjectGraphLoader loader(Options, Existing);
@@ -1078,8 +1078,8 @@ HRESULT CLuxXMLFormatter::Deserialize(IStream* Stream, IDispatch* Existing, LONG
 }
 
 HRESULT CLuxXMLFormatter::get_TopElementName(BSTR* Name) {
-    return Guarded("TopElementName", IID_ILuxXMLFormatterSettings, [&] {
-        if (!Name) return E_POINTER;
+    return Guarded("get_TopElementName", IID_ILuxXMLFormatterSettings, [&] {
+        RequireOut(Name);
         *Name = nullptr;
         std::lock_guard lock(mutex_);
         *Name = Bstr(topElementName_).Detach();
@@ -1088,7 +1088,7 @@ HRESULT CLuxXMLFormatter::get_TopElementName(BSTR* Name) {
 }
 
 HRESULT CLuxXMLFormatter::put_TopElementName(BSTR Name) {
-    return Guarded("TopElementName", IID_ILuxXMLFormatterSettings, [&] {
+    return Guarded("put_TopElementName", IID_ILuxXMLFormatterSettings, [&] {
         std::string name(BstrView(Name));
         if (name.empty()) name = kDefaultTopElementName;
         if (!ccXmlWriter::IsName(name)) throw ccStdError::BadArgument("Name");
@@ -1098,8 +1098,8 @@ HRESULT CLuxXMLFormatter::put_TopElementName(BSTR Name) {
 }
 
 HRESULT CLuxXMLFormatter::get_RefuseNullClassID(VARIANT_BOOL* Refuse) {
-    return Guarded("RefuseNullClassID", IID_ILuxXMLFormatterSettings, [&] {
-        if (!Refuse) return E_POINTER;
+    return Guarded("get_RefuseNullClassID", IID_ILuxXMLFormatterSettings, [&] {
+        RequireOut(Refuse);
         std::lock_guard lock(mutex_);
         *Refuse = refuseNullClassId_ ? VARIANT_TRUE : VARIANT_FALSE;
         return S_OK;
@@ -1107,7 +1107,7 @@ HRESULT CLuxXMLFormatter::get_RefuseNullClassID(VARIANT_BOOL* Refuse) {
 }
 
 HRESULT CLuxXMLFormatter::put_RefuseNullClassID(VARIANT_BOOL Refuse) {
-    return Guarded("RefuseNullClassID", IID_ILuxXMLFormatterSettings, [&] {
+    return Guarded("put_RefuseNullClassID", IID_ILuxXMLFormatterSettings, [&] {
         std::lock_guard lock(mutex_);
         refuseNullClassId_ = Refuse != VARIANT_FALSE;
     });

@@ -33,7 +33,7 @@ const ExceptionRow kStdErrorRows[] = {
     {"", ccStdError::NotImplemented::kCode, e_Lux_NotImplemented, kTextMessage | kTextAppend | kTextDetailed,
      e_Lux_NotImplemented},
     {"", ccStdError::BadArgument::kCode, E_INVALIDARG, kTextMessage, ids_Core_InvalidArg_1},
-    {"", ccStdError::NullArgument::kCode, E_POINTER, kTextMessage, ids_Lux_InvalidArgNull_1},
+    {"", ccStdError::NullArgument::kCode, E_INVALIDARG, kTextMessage, ids_Lux_InvalidArgNull_1},
     {"", ccStdError::OutOfRange::kCode, E_INVALIDARG, kTextMessage, ids_Core_ArgOutOfRange_1},
     {"", ccStdError::Described::kCode, E_FAIL, kTextOwn, 0},
     {"", ccStdError::Unexpected::kCode, E_UNEXPECTED, kTextMessage, ids_Core_BadState_1},

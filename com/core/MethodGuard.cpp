@@ -13,6 +13,20 @@ namespace tessaly::core {
 
 namespace {
 
+// The guard's own failures (family 0x00A, the object base).
+class ccMethodGuard {
+public:
+    using Errors = ccErrorFamily<"ccMethodGuard">;
+    using NullOutPointer = ccError<Errors, "ccMethodGuard::NullOutPointer", 0x100A0001>;
+};
+
+// A null [out] pointer is described by E_POINTER's own text, as a body that returns
+// E_POINTER is: one text, whichever way a method refuses it.
+const ExceptionRow kMethodGuardRows[] = {
+    {"", ccMethodGuard::NullOutPointer::kCode, E_POINTER, 0, 0},
+};
+const ExceptionTableRegistrar registrar(kMethodGuardRows);
+
 // Between the message text and the exception's own message.
 constexpr const char* kSeparator = "\n";
 
@@ -57,6 +71,8 @@ HRESULT Translate(const ccException& error, ModuleKey module, const char* method
 }
 
 }  // namespace
+
+void ThrowNullOutPointer() { throw ccMethodGuard::NullOutPointer("a null pointer was given for a result"); }
 
 namespace detail {
 

@@ -27,24 +27,24 @@ Impl* Impl::Create(DISPID eventId, const DISPPARAMS& arguments, IDispatch* sourc
 }
 
 HRESULT Impl::get_EventID(LONG* EventID) {
-    return Guarded("EventID", IID_ILuxEventInfo, [&] {
-        if (!EventID) return E_POINTER;
+    return Guarded("get_EventID", IID_ILuxEventInfo, [&] {
+        RequireOut(EventID);
         *EventID = eventId_;
         return S_OK;
     });
 }
 
 HRESULT Impl::get_ArgumentCount(LONG* Count) {
-    return Guarded("ArgumentCount", IID_ILuxEventInfo, [&] {
-        if (!Count) return E_POINTER;
+    return Guarded("get_ArgumentCount", IID_ILuxEventInfo, [&] {
+        RequireOut(Count);
         *Count = static_cast<LONG>(arguments_.size());
         return S_OK;
     });
 }
 
 HRESULT Impl::get_Arguments(LONG Index, VARIANT* Argument) {
-    return Guarded("Arguments", IID_ILuxEventInfo, [&] {
-        if (!Argument) return E_POINTER;
+    return Guarded("get_Arguments", IID_ILuxEventInfo, [&] {
+        RequireOut(Argument);
         if (Index < 0 || static_cast<size_t>(Index) >= arguments_.size()) return DISP_E_BADINDEX;
         ThrowIfFailed(arguments_[static_cast<size_t>(Index)].CopyTo(Argument));
         return S_OK;
@@ -52,16 +52,16 @@ HRESULT Impl::get_Arguments(LONG Index, VARIANT* Argument) {
 }
 
 HRESULT Impl::get_Source(IDispatch** Source) {
-    return Guarded("Source", IID_ILuxEventInfo, [&] {
-        if (!Source) return E_POINTER;
+    return Guarded("get_Source", IID_ILuxEventInfo, [&] {
+        RequireOut(Source);
         *Source = ComPtr<IDispatch>(source_).Detach();
         return S_OK;
     });
 }
 
 HRESULT Impl::get_SourceIndex(LONG* SourceIndex) {
-    return Guarded("SourceIndex", IID_ILuxEventInfo, [&] {
-        if (!SourceIndex) return E_POINTER;
+    return Guarded("get_SourceIndex", IID_ILuxEventInfo, [&] {
+        RequireOut(SourceIndex);
         *SourceIndex = sourceIndex_;
         return S_OK;
     });

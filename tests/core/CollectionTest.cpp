@@ -50,7 +50,8 @@ TEST_F(CollectionTest, ItemReadsIndicesAndKeysAndRefusesWhatIsNeither) {
     // Real numbers round to the nearest index, ties to even; a string is always a key.
     const std::pair<Variant, const char*> found[] = {
         {Variant(1.0), "2"}, {Variant(0.5), "a"}, {Variant(1.5), "3.5"}, {Variant(2.5), "3.5"},
-        {Variant("a"), "a"}, {Variant("C"), "3.5"}, {Variant(int64_t{2}), "3.5"}, {Variant(true), ""}};
+        {Variant("a"), "a"}, {Variant("C"), "3.5"}, {Variant(int64_t{2}), "3.5"}, {Variant(true), ""},
+        {Variant(), "a"}};  // empty converts to 0, as any number does
     for (const auto& [keyOrIndex, expected] : found) {
         const HRESULT hr = collection->get_Item(keyOrIndex.get(), item.Out());
         if (keyOrIndex.vt() == VT_BOOL) {
@@ -75,7 +76,7 @@ TEST_F(CollectionTest, ItemReadsIndicesAndKeysAndRefusesWhatIsNeither) {
     null.vt = VT_NULL;
     const std::pair<Variant, HRESULT> refused[] = {
         {Variant("abc"), e_LuxCollection_InvalidKey}, {Variant("1"), e_LuxCollection_InvalidKey},
-        {Variant(""), e_LuxCollection_InvalidKey},    {Variant(), e_LuxCollection_InvalidKey},
+        {Variant(""), e_LuxCollection_InvalidKey},
         {Variant(null), e_LuxCollection_InvalidKey},  {Variant(missing), e_LuxCollection_InvalidKey},
         {Variant(1e20), e_LuxCollection_InvalidKey},  {Variant(3), e_LuxCollection_InvalidIndex},
         {Variant(-1), e_LuxCollection_InvalidIndex},  {Variant(2.6), e_LuxCollection_InvalidIndex}};
@@ -139,13 +140,18 @@ TEST_F(CollectionTest, ItemPutReplacesOrAppendsAndRemoveRefusesWhatIsNotThere) {
     EXPECT_EQ(collection->put_Item(Variant("").get(), Variant(1).get()), e_LuxCollection_InvalidKey);
     EXPECT_EQ(collection->put_Item(Variant(4).get(), Variant(1).get()), e_LuxCollection_InvalidIndex);
     EXPECT_EQ(collection->put_Item(Variant(-1).get(), Variant(1).get()), e_LuxCollection_InvalidIndex);
-    EXPECT_EQ(collection->put_Item(Variant().get(), Variant(1).get()), e_LuxCollection_InvalidKey);
     EXPECT_EQ(collection->Remove(Variant(-1).get()), e_LuxCollection_InvalidIndex);
     EXPECT_EQ(collection->Remove(Variant(4).get()), e_LuxCollection_InvalidIndex);
     EXPECT_EQ(collection->Remove(Variant("none").get()), e_LuxCollection_KeyNotFound);
     EXPECT_EQ(collection->Remove(Variant("").get()), e_LuxCollection_KeyNotFound);
-    EXPECT_EQ(collection->Remove(Variant().get()), e_LuxCollection_InvalidKey);
     EXPECT_EQ(Contents(collection.get()), before);
+
+    // An empty KeyOrIndex is the index 0, for every member that takes one.
+    ASSERT_EQ(collection->put_Item(Variant().get(), Variant("first").get()), S_OK);
+    EXPECT_EQ(Contents(collection.get()), "A=first;=two;c=30;new=4;");
+    ASSERT_EQ(collection->Remove(Variant().get()), S_OK);
+    EXPECT_EQ(Contents(collection.get()), "=two;c=30;new=4;");
+    ASSERT_EQ(Add(collection.get(), Variant("a"), "A", 0), S_OK);
 
     ASSERT_EQ(collection->Remove(Variant("a").get()), S_OK);
     ASSERT_EQ(collection->Remove(Variant(1.0).get()), S_OK);
@@ -416,7 +422,7 @@ TEST_F(CollectionTest, LateBoundCallsReachTheSameMembers) {
     ASSERT_EQ(dispatch->Invoke(DISPID_VALUE, GUID_NULL, 0, DISPATCH_PROPERTYGET, &bad, result.Out(), &info, nullptr),
               DISP_E_EXCEPTION);
     EXPECT_EQ(info.scode, e_LuxCollection_InvalidKey);
-    EXPECT_EQ(BstrView(info.bstrSource), "Item");
+    EXPECT_EQ(BstrView(info.bstrSource), "get_Item");
     EXPECT_NE(BstrView(info.bstrDescription).find("\"zz\""), std::string_view::npos);
     SysFreeString(info.bstrSource);
     SysFreeString(info.bstrDescription);

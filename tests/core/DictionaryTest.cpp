@@ -190,7 +190,9 @@ TEST_F(DictionaryTest, GetStringLoadsTextsAndRefusesUnknownIds) {
     EXPECT_EQ(recorded.source, "GetString");
 
     EXPECT_EQ(dict_->GetString(ids_Lux_NameMissing, nullptr), E_POINTER);
-    EXPECT_EQ(TakeErrorInfo().description, "The argument Text must not be null.");
+    const RecordedError nullOut = TakeErrorInfo();
+    EXPECT_EQ(nullOut.description, "A required pointer or object argument is null.");
+    EXPECT_EQ(nullOut.source, "GetString");
 }
 
 TEST_F(DictionaryTest, FormatStringConvertsArgumentsAndTreatsMissingOnesAsEmpty) {
@@ -311,7 +313,7 @@ TEST_F(DictionaryTest, BuffersAreFilledWhole_OrCutAtACharacterBoundary) {
 TEST_F(DictionaryTest, BufferArgumentsAreChecked) {
     char buffer[16];
     std::memset(buffer, '#', sizeof buffer);
-    EXPECT_EQ(dict_->LoadStringBuf(ids_Lux_NameMissing, 0, 16), E_POINTER);
+    EXPECT_EQ(dict_->LoadStringBuf(ids_Lux_NameMissing, 0, 16), E_INVALIDARG);  // the caller's buffer: an argument
     EXPECT_EQ(TakeErrorInfo().description, "The argument Buf must not be null.");
     EXPECT_EQ(dict_->LoadStringBuf(ids_Lux_NameMissing, Address(buffer), 0), E_INVALIDARG);
     EXPECT_EQ(TakeErrorInfo().description, "The argument BufLen must be greater than zero.");
@@ -334,7 +336,7 @@ TEST_F(DictionaryTest, LanguageIsProcessWideAndRefusedWithoutATable) {
     EXPECT_EQ(dict_->put_LanguageID(0x0407), E_INVALIDARG);
     const RecordedError refusal = TakeErrorInfo();
     EXPECT_EQ(refusal.description, "No message table exists for the language ID 0x00000407.");
-    EXPECT_EQ(refusal.source, "LanguageID");
+    EXPECT_EQ(refusal.source, "put_LanguageID");
     LONG language = 0;
     EXPECT_EQ(other->get_LanguageID(&language), S_OK);
     EXPECT_EQ(language, 0x0409) << "unchanged after the refusal";
@@ -403,7 +405,7 @@ TEST_F(DictionaryTest, UpdateFontSetsNameAndCharsetThroughDispatch) {
     EXPECT_EQ(recorded.description, "The font is read-only.");
     EXPECT_EQ(recorded.source, "FakeFont");
 
-    EXPECT_EQ(dict_->UpdateFont(nullptr, luxFontUsageDefault), E_POINTER);
+    EXPECT_EQ(dict_->UpdateFont(nullptr, luxFontUsageDefault), E_INVALIDARG);
     EXPECT_EQ(TakeErrorInfo().description, "The argument Font must not be null.");
     EXPECT_EQ(dict_->UpdateFont(font, static_cast<LuxFontUsageConstants>(9)), E_INVALIDARG);
 

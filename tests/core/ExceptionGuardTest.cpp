@@ -174,7 +174,8 @@ TEST_F(GuardTest, GeneralFailuresMapToTheirCodesAndTexts) {
     Expect(Throwing(ccStdError::BadArgument("Scaling", ids_LuxTransform_InvalidArgSingular_2, {"Scaling", "0"})),
            E_INVALIDARG, "Setting Scaling to 0 would make the transform singular.");
     Expect(Throwing(ccStdError::BadArgument("Width")), E_INVALIDARG, "The argument Width is not valid.");
-    Expect(Throwing(ccStdError::NullArgument("Font")), E_POINTER, "The argument Font must not be null.");
+    // A null [in] object is an argument refusal; a null [out] pointer is E_POINTER.
+    Expect(Throwing(ccStdError::NullArgument("Font")), E_INVALIDARG, "The argument Font must not be null.");
     Expect(Throwing(ccStdError::OutOfRange("Index")), E_INVALIDARG, "The argument Index is out of range.");
     Expect(Throwing(ccStdError::NotImplemented("Skew")), e_Lux_NotImplemented,
            "This function is not implemented.\nccStdError::NotImplemented: Skew");
@@ -225,13 +226,14 @@ TEST_F(GuardTest, ExceptionsIdentifyThemselvesAndTheirFamily) {
 
 TEST_F(GuardTest, FailedCallsIntoOtherObjectsPassThroughUnchanged) {
     // The callee recorded its failure; the caller's guard hands on the very same record.
-    SetErrorInfo(DISP_E_OVERFLOW, "The value does not fit.", "Callee", kCalleeIid);
-    IErrorInfo* calleeInfo = PeekErrorInfo();
-    ASSERT_NE(calleeInfo, nullptr);
-    const HRESULT hr = Guarded("Caller", kTestIid, [] {
+    IErrorInfo* calleeInfo = nullptr;
+    const HRESULT hr = Guarded("Caller", kTestIid, [&] {
+        SetErrorInfo(DISP_E_OVERFLOW, "The value does not fit.", "Callee", kCalleeIid);  // the callee fails
+        calleeInfo = PeekErrorInfo();
         core::ThrowIfFailed(DISP_E_OVERFLOW);
         return S_OK;
     });
+    ASSERT_NE(calleeInfo, nullptr);
     EXPECT_EQ(hr, DISP_E_OVERFLOW);
     IErrorInfo* passed = PeekErrorInfo();
     EXPECT_EQ(passed, calleeInfo) << "the callee's error object itself";
@@ -300,26 +302,63 @@ TEST_F(GuardTest, ReturnedFailuresGetATextUnlessAlreadyDescribed) {
     EXPECT_EQ(recorded.description, "Ratio must not be negative");
     EXPECT_EQ(recorded.iid, kCalleeIid);
 
-    // A stale record of another code is replaced.
+    // A stale record is never taken for this failure's, whatever its code.
     SetErrorInfo(E_ACCESSDENIED, "stale", "Earlier", kCalleeIid);
     EXPECT_EQ(Guarded("Remove", kTestIid, [] { return E_POINTER; }), E_POINTER);
     EXPECT_EQ(TakeErrorInfo().description, "A required pointer or object argument is null.");
+    SetErrorInfo(E_POINTER, "stale, same code", "Earlier", kCalleeIid);
+    EXPECT_EQ(Guarded("get_Count", kTestIid, [] { return E_POINTER; }), E_POINTER);
+    recorded = TakeErrorInfo();
+    EXPECT_EQ(recorded.description, "A required pointer or object argument is null.");
+    EXPECT_EQ(recorded.source, "get_Count");
+    EXPECT_EQ(recorded.iid, kTestIid);
 }
 
-TEST_F(GuardTest, SuccessLeavesErrorInfoAlone) {
-    SetErrorInfo(E_ACCESSDENIED, "from before", "Earlier", kCalleeIid);
-    IErrorInfo* before = PeekErrorInfo();
+TEST_F(GuardTest, NullOutPointersAndNullArgumentsHaveOneAnswerEach) {
+    // RequireOut and a body returning E_POINTER describe alike.
+    int* none = nullptr;
+    int value = 0;
+    EXPECT_EQ(Guarded("get_Width", kTestIid, [&] { core::RequireOut(&value, none); }), E_POINTER);
+    RecordedError recorded = TakeErrorInfo();
+    EXPECT_EQ(recorded.description, "A required pointer or object argument is null.");
+    EXPECT_EQ(recorded.source, "get_Width");
+    EXPECT_EQ(Guarded("get_Width", kTestIid, [&] { core::RequireOut(&value); }), S_OK);
+    EXPECT_FALSE(TakeErrorInfo().present);
+
+    EXPECT_EQ(Guarded("UpdateFont", kTestIid, [&] { core::RequireArgument(none, "Font"); }), E_INVALIDARG);
+    recorded = TakeErrorInfo();
+    EXPECT_EQ(recorded.description, "The argument Font must not be null.");
+    EXPECT_EQ(recorded.source, "UpdateFont");
+}
+
+TEST_F(GuardTest, SuccessClearsStaleErrorInfo) {
+    // Every kind of success, after a failure the caller never read: no info is left.
+    const auto stale = [] { SetErrorInfo(E_ACCESSDENIED, "from before", "Earlier", kCalleeIid); };
+    stale();
     EXPECT_EQ(Guarded("Get", kTestIid, [] { return S_OK; }), S_OK);
+    EXPECT_FALSE(TakeErrorInfo().present);
+    stale();
     EXPECT_EQ(Guarded("Get", kTestIid, [] { return S_FALSE; }), S_FALSE);
+    EXPECT_FALSE(TakeErrorInfo().present);
+    stale();
     EXPECT_EQ(Guarded("Get", kTestIid, [] { return s_LuxTool_Warn; }), s_LuxTool_Warn);
+    EXPECT_FALSE(TakeErrorInfo().present);
     int calls = 0;
+    stale();
     EXPECT_EQ(Guarded(kTestModule, "Set", kTestIid, [&] { ++calls; }), S_OK);
     EXPECT_EQ(calls, 1);
-    IErrorInfo* after = PeekErrorInfo();
-    EXPECT_EQ(after, before);
-    if (after) after->Release();
-    if (before) before->Release();
-    EXPECT_EQ(TakeErrorInfo().description, "from before");
+    EXPECT_FALSE(TakeErrorInfo().present);
+    // A body that got over a callee's failure leaves nothing either.
+    EXPECT_EQ(Guarded("Set", kTestIid,
+                      [] {
+                          SetErrorInfo(E_FAIL, "callee failed", "Inner", kCalleeIid);
+                          return S_OK;
+                      }),
+              S_OK);
+    EXPECT_FALSE(TakeErrorInfo().present);
+    // A failure after a success still describes itself.
+    EXPECT_EQ(Guarded("Remove", kTestIid, [] { return e_LuxCollection_InvalidIndex; }), e_LuxCollection_InvalidIndex);
+    EXPECT_EQ(TakeErrorInfo().source, "Remove");
 }
 
 TEST(MessageTableTest, EveryCodeAndMessageHasAnEnglishTextWithItsInserts) {

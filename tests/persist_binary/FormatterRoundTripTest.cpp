@@ -329,8 +329,8 @@ TEST_F(FormatterRoundTripTest, BadArgumentsAreRefusedBeforeTheStreamIsTouched) {
     ASSERT_EQ(MemoryStream::Create(stream.Out()), S_OK);
     auto* memory = static_cast<MemoryStream*>(stream.get());
 
-    EXPECT_EQ(formatter->Serialize(nullptr, point.get(), luxPersistOptionAll, nullptr), E_POINTER);
-    EXPECT_EQ(formatter->Serialize(stream.get(), nullptr, luxPersistOptionAll, nullptr), E_POINTER);
+    EXPECT_EQ(formatter->Serialize(nullptr, point.get(), luxPersistOptionAll, nullptr), E_INVALIDARG);
+    EXPECT_EQ(formatter->Serialize(stream.get(), nullptr, luxPersistOptionAll, nullptr), E_INVALIDARG);
     for (const char* subFormat : {"LineBreaks", " ", "binary"}) {
         EXPECT_EQ(formatter->Serialize(stream.get(), point.get(), luxPersistOptionAll, Bstr(subFormat).get()), E_INVALIDARG);
         EXPECT_NE(TakeErrorInfo().description.find("SubFormat"), std::string::npos);
@@ -341,7 +341,7 @@ TEST_F(FormatterRoundTripTest, BadArgumentsAreRefusedBeforeTheStreamIsTouched) {
     ASSERT_EQ(stream->Seek(0, STREAM_SEEK_SET, nullptr), S_OK);
     ComPtr<ILuxStringCollection> warnings;
     ComPtr<IDispatch> object;
-    EXPECT_EQ(formatter->Deserialize(nullptr, nullptr, luxPersistOptionAll, nullptr, warnings.Out(), object.Out()), E_POINTER);
+    EXPECT_EQ(formatter->Deserialize(nullptr, nullptr, luxPersistOptionAll, nullptr, warnings.Out(), object.Out()), E_INVALIDARG);
     EXPECT_EQ(formatter->Deserialize(stream.get(), nullptr, luxPersistOptionAll, nullptr, warnings.Out(), nullptr), E_POINTER);
     EXPECT_EQ(formatter->Deserialize(stream.get(), nullptr, luxPersistOptionAll, Bstr("LineBreaks").get(), warnings.Out(),
                                      object.Out()),

@@ -256,8 +256,8 @@ TEST_F(XmlFormatterTest, ArgumentsAreChecked) {
     auto formatter = NewFormatter();
     auto point = NewPoint(1, 2);
     auto stream = ComPtr<MemoryStream>::Attach(MemoryStream::Create());
-    EXPECT_EQ(formatter->Serialize(nullptr, point.get(), luxPersistOptionAll, nullptr), E_POINTER);
-    EXPECT_EQ(formatter->Serialize(stream.get(), nullptr, luxPersistOptionAll, nullptr), E_POINTER);
+    EXPECT_EQ(formatter->Serialize(nullptr, point.get(), luxPersistOptionAll, nullptr), E_INVALIDARG);
+    EXPECT_EQ(formatter->Serialize(stream.get(), nullptr, luxPersistOptionAll, nullptr), E_INVALIDARG);
     EXPECT_EQ(formatter->Serialize(stream.get(), point.get(), luxPersistOptionAll, Bstr("Soap").get()), E_INVALIDARG);
     EXPECT_EQ(stream->Size(), 0u) << "nothing is written before the arguments are checked";
 
@@ -266,7 +266,7 @@ TEST_F(XmlFormatterTest, ArgumentsAreChecked) {
     ComPtr<ILuxStringCollection> warnings;
     EXPECT_EQ(formatter->Deserialize(stream.get(), nullptr, 0, Bstr("Soap").get(), warnings.Out(), object.Out()),
               E_INVALIDARG);
-    EXPECT_EQ(formatter->Deserialize(nullptr, nullptr, 0, nullptr, warnings.Out(), object.Out()), E_POINTER);
+    EXPECT_EQ(formatter->Deserialize(nullptr, nullptr, 0, nullptr, warnings.Out(), object.Out()), E_INVALIDARG);
     EXPECT_EQ(formatter->Deserialize(stream.get(), nullptr, 0, nullptr, warnings.Out(), nullptr), E_POINTER);
     // Warnings are optional; the stream is read from where it stands.
     ASSERT_EQ(stream->Seek(0, STREAM_SEEK_SET, nullptr), S_OK);

@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "TestWidget.h"
 #include "platform/ErrorInfo.h"
+#include "platform/ConnectionPointContainer.h"
 #include "platform/EventSink.h"
 
 namespace tessaly::test {
@@ -285,6 +288,119 @@ TEST_F(ConnectionPointTest, ConcurrentAdviseUnadviseAndFiring) {
     ASSERT_EQ(point->EnumConnections(connections.out()), S_OK);
     CONNECTDATA data{};
     EXPECT_EQ(connections->Next(1, &data, nullptr), S_FALSE);
+}
+
+}  // namespace
+}  // namespace tessaly::test
+
+namespace tessaly::test {
+namespace {
+
+// Two outgoing interfaces, described by hand: one declares Change (7456), the other only Ping.
+const MemberInfo kWithChangeMembers[] = {{"Change", 7456, INVOKE_FUNC, nullptr, 0, "", nullptr}};
+const MemberInfo kWithoutChangeMembers[] = {{"Ping", 7457, INVOKE_FUNC, nullptr, 0, "", nullptr}};
+const InterfaceInfo kWithChange{"IWithChange", MakeGuid("5B0E7A61-0C1D-4E2F-9A3B-4C5D6E7F8091"), nullptr,
+                                InterfaceKind::DispInterface, "", kWithChangeMembers, 1};
+// Derives from the interface with Change, declaring nothing of its own: Change is inherited.
+const InterfaceInfo kDerived{"IDerived", MakeGuid("5B0E7A61-0C1D-4E2F-9A3B-4C5D6E7F8092"), &kWithChange,
+                             InterfaceKind::DispInterface, "", nullptr, 0};
+const InterfaceInfo kWithoutChange{"IWithoutChange", MakeGuid("5B0E7A61-0C1D-4E2F-9A3B-4C5D6E7F8093"), nullptr,
+                                   InterfaceKind::DispInterface, "", kWithoutChangeMembers, 1};
+const CoClassInterface kSources[] = {{&kWithChange, IMPLTYPEFLAG_FDEFAULT | IMPLTYPEFLAG_FSOURCE},
+                                     {&kDerived, IMPLTYPEFLAG_FSOURCE},
+                                     {&kWithoutChange, IMPLTYPEFLAG_FSOURCE}};
+const CoClassInfo kTwoSources{"TwoSources", GUID_NULL, "", false, "", "", kSources, 3};
+
+class SharedEventTest : public WidgetTest {};
+
+TEST_F(SharedEventTest, AnEventSharedByInterfacesGoesOnlyToThoseThatDeclareIt) {
+    TestWidget* widget = NewWidget();
+    Ref<IConnectionPointContainer> owner;
+    ASSERT_EQ(widget->QueryInterface(IConnectionPointContainer::iid, owner.void_out()), S_OK);
+    ConnectionPointContainer points(*owner.get(), kTwoSources);
+    std::vector<std::string> heard;
+    auto listen = [&](const InterfaceInfo& iface, std::string name) {
+        Ref<IDispatch> sink(MakeEventSink([&heard, name](DISPID id, DISPPARAMS*) {
+            heard.push_back(name + ":" + std::to_string(id));
+        }));
+        DWORD cookie = 0;
+        ASSERT_EQ(points.Find(iface.iid)->Advise(sink.get(), &cookie), S_OK);
+    };
+    listen(kWithChange, "with");
+    listen(kDerived, "derived");
+    listen(kWithoutChange, "without");
+
+    EXPECT_TRUE(points.Find(kWithChange.iid)->Declares(7456));
+    EXPECT_TRUE(points.Find(kDerived.iid)->Declares(7456));
+    EXPECT_FALSE(points.Find(kWithoutChange.iid)->Declares(7456));
+    EXPECT_FALSE(points.Find(kWithChange.iid)->Declares(7457));
+    EXPECT_TRUE(points.Find(kWithoutChange.iid)->Declares(7457));
+    EXPECT_FALSE(points.Find(kWithoutChange.iid)->Declares(7456)) << "asked again: the answer is cached per DISPID";
+
+    DISPPARAMS none{nullptr, nullptr, 0, 0};
+    points.FireAll(7456, none);
+    EXPECT_EQ(heard, (std::vector<std::string>{"with:7456", "derived:7456"}));
+    heard.clear();
+    points.FireAll(7457, none);
+    EXPECT_EQ(heard, std::vector<std::string>{"without:7457"});
+    heard.clear();
+    points.FireAll(1, none);  // declared nowhere
+    EXPECT_TRUE(heard.empty());
+    // Firing one interface directly is not filtered: the caller chose it.
+    points.Fire(kWithoutChange.iid, 7456, none);
+    EXPECT_EQ(heard, std::vector<std::string>{"without:7456"});
+}
+
+TEST_F(SharedEventTest, FiringWithoutALockSurvivesAdviseAndUnadviseOnOtherThreads) {
+    TestWidget* widget = NewWidget();
+    Ref<IConnectionPointContainer> owner;
+    ASSERT_EQ(widget->QueryInterface(IConnectionPointContainer::iid, owner.void_out()), S_OK);
+    ConnectionPointContainer points(*owner.get(), kTwoSources);
+    ConnectionPoint* point = points.Find(kWithChange.iid);
+    std::atomic<int> steadyCalls{0};
+    Ref<IDispatch> steady(MakeEventSink([&](DISPID, DISPPARAMS*) { ++steadyCalls; }));
+    DWORD steadyCookie = 0;
+    ASSERT_EQ(point->Advise(steady.get(), &steadyCookie), S_OK);
+
+    constexpr int kFires = 20000;
+    constexpr int kChurn = 2000;
+    std::atomic<bool> failed{false};
+    std::thread firing([&] {
+        DISPPARAMS none{nullptr, nullptr, 0, 0};
+        for (int i = 0; i < kFires; ++i) point->Fire(7456, none);
+    });
+    auto churn = [&] {
+        for (int i = 0; i < kChurn; ++i) {
+            Ref<IDispatch> sink(MakeEventSink([](DISPID, DISPPARAMS*) {}));
+            DWORD cookie = 0;
+            if (point->Advise(sink.get(), &cookie) != S_OK) failed = true;
+            if (point->Unadvise(cookie) != S_OK) failed = true;
+            if (point->Snapshot() == nullptr) failed = true;  // the steady sink is always there
+        }
+    };
+    std::thread first(churn);
+    std::thread second(churn);
+    firing.join();
+    first.join();
+    second.join();
+    EXPECT_FALSE(failed);
+    EXPECT_EQ(steadyCalls.load(), kFires) << "the sink advised throughout hears every event";
+    // A sink that unadvises itself during the event is released once no firing is in progress.
+    DWORD selfCookie = 0;
+    bool selfHeard = false;
+    Ref<IDispatch> leaving(MakeEventSink([&](DISPID, DISPPARAMS*) {
+        selfHeard = true;
+        EXPECT_EQ(point->Unadvise(selfCookie), S_OK);
+    }));
+    ASSERT_EQ(point->Advise(leaving.get(), &selfCookie), S_OK);
+    DISPPARAMS none{nullptr, nullptr, 0, 0};
+    point->Fire(7456, none);
+    EXPECT_TRUE(selfHeard);
+    selfHeard = false;
+    point->Fire(7456, none);
+    EXPECT_FALSE(selfHeard);
+    ASSERT_EQ(point->Unadvise(steadyCookie), S_OK);
+    EXPECT_FALSE(point->HasConnections());
 }
 
 }  // namespace

@@ -54,7 +54,7 @@ class ILuxObjectImplBase : public ccStdPersistAndChangeImpl<Derived, Interfaces.
 public:
     HRESULT GetLocalComputerName(BSTR* ComputerName) override {
         return Guarded("GetLocalComputerName", IID_ILuxObject, [&] {
-            if (!ComputerName) return E_POINTER;
+            RequireOut(ComputerName);
             *ComputerName = Bstr(LocalComputerName()).Detach();
             return S_OK;
         });
@@ -62,7 +62,7 @@ public:
 
     HRESULT Clone(IDispatch** Copy) override {
         return Guarded("Clone", IID_ILuxObject, [&] {
-            if (!Copy) return E_POINTER;
+            RequireOut(Copy);
             *Copy = nullptr;
             auto copy = ComPtr<Derived>::Attach(Derived::Create());
             if (!copy) throw std::bad_alloc();
@@ -80,7 +80,7 @@ public:
 
     HRESULT CreateObject(BSTR ProgIDOrClassID, IDispatch** Object) override {
         return Guarded("CreateObject", IID_ILuxObject, [&] {
-            if (!Object) return E_POINTER;
+            RequireOut(Object);
             *Object = nullptr;
             // The class table's failures carry their own error info: passed on as they are.
             ThrowIfFailed(tessaly::CreateObject(BstrView(ProgIDOrClassID), IDispatch::iid,
@@ -90,16 +90,16 @@ public:
     }
 
     HRESULT get_Tag(VARIANT* Tag) override {
-        return Guarded("Tag", IID_ILuxObject, [&] {
-            if (!Tag) return E_POINTER;
+        return Guarded("get_Tag", IID_ILuxObject, [&] {
+            RequireOut(Tag);
             ObjectLock::Guard guard(this->Lock());
             ThrowIfFailed(VariantCopy(Tag, &tag_));
             return S_OK;
         });
     }
 
-    HRESULT put_Tag(VARIANT Tag) override { return SetTag("Tag", Tag); }
-    HRESULT putref_Tag(VARIANT Tag) override { return SetTag("Tag", Tag); }
+    HRESULT put_Tag(VARIANT Tag) override { return SetTag("put_Tag", Tag); }
+    HRESULT putref_Tag(VARIANT Tag) override { return SetTag("put_Tag", Tag); }
 
     // The default state for a load: a new object's state, copied. A class whose default
     // state is cheaper to set hides this with its own.

@@ -16,12 +16,11 @@ KeyOrIndex ReadKeyOrIndex(const VARIANT& argument) {
             result.key = Bstr::Attach(text.bstrVal);
             return result;
         }
-        case VT_EMPTY:
-        case VT_NULL:
         case VT_ERROR:
-            throw CollectionErrors::InvalidKey("an empty, null or missing argument is neither a key nor an index");
+            // A missing optional argument: its error code is no index anybody meant.
+            throw CollectionErrors::InvalidKey("a missing argument is neither a key nor an index");
         default:
-            break;
+            break;  // VT_EMPTY converts to 0 like any number; VT_NULL converts to nothing
     }
     const VARTYPE type = value.vt();
     if (FAILED(value.ChangeType(VT_I4)))

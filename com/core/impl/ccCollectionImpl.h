@@ -11,6 +11,7 @@
 //         static VARIANT Lend(const Stored&);     // the item as a VARIANT it still owns
 //         static Stored FromArchive(Variant value, const std::string& name);  // a loaded item
 //         static void InitOut(Out* out);          // an out parameter made empty
+//         static IUnknown* ObjectOf(const Stored&);  // the object an item holds, else null
 //         class Finder;                           // Finder(const In&), bool operator()(const Stored&)
 //     };
 //     class CLuxThings : public ccCollectionImpl<CLuxThings, ILuxThings, ThingItems> { ... };
@@ -24,7 +25,9 @@
 // validate under the lock and send the pre-event (the negated event ID) outside it, which
 // a sink may refuse; validate again under the lock (the collection may have changed in
 // between on another thread) and make the change; send the post-event outside the lock;
-// raise Change(-1, empty, luxFA_Misc). A refusal throws before anything changes. Values
+// raise Change(-1, empty, luxFA_Misc). A refusal throws before anything changes. Items
+// that are objects firing Change have their Change passed on as Change(-2, info, areas)
+// (ChildEventForwarder): from the moment they enter until the moment they leave. Values
 // that leave the collection are released after the lock, since releasing an object may
 // run its code.
 #pragma once
@@ -55,8 +58,9 @@ namespace tessaly::core {
 namespace collection {
 
 // A KeyOrIndex argument as every member reads it: copied with its reference resolved; a
-// string is a key; VT_EMPTY, VT_NULL and VT_ERROR are refused; anything else converts to a
-// 4-byte integer (1.5 -> 2, ties to even) and is an index. Refusals throw InvalidKey.
+// string is a key; anything else converts to a 4-byte integer (1.5 -> 2, ties to even;
+// VT_EMPTY -> 0) and is an index. A value that converts to no integer (VT_NULL, an object
+// without a numeric default value) and a missing argument (VT_ERROR) throw InvalidKey.
 struct KeyOrIndex {
     bool isKey = false;
     Bstr key;
@@ -139,6 +143,7 @@ public:
         ObjectLock::Guard guard(this->Lock());
         std::swap(entries_, copied);
         keys_.swap(keys);
+        LinkAllLocked();
     }
 
     // Persistence: entry i as the value "Item<i>" and, when it has a key, the string
@@ -185,18 +190,37 @@ public:
         archive.OnCommit([this, loaded = std::move(loaded), keys = std::move(keys)]() mutable noexcept {
             std::swap(entries_, loaded);
             keys_.swap(keys);
+            LinkAllLocked();
         });
     }
 
     // A load's reset: no entries (called with the lock held).
     void ResetState() noexcept {
+        children_.UnlinkAll();
         entries_.clear();
         keys_.Clear();
     }
 
+    // The index of the first entry holding `child` (its IUnknown), for the event info of a
+    // forwarded event; luxNoIndex when none does.
+    int32_t ChildIndex(IUnknown* child) noexcept override {
+        ObjectLock::Guard guard(this->Lock());
+        for (size_t i = 0; i < entries_.size(); ++i)
+            if (Items::ObjectOf(entries_[i].item) == child) return static_cast<int32_t>(i);
+        // Stored through another of its interfaces.
+        for (size_t i = 0; i < entries_.size(); ++i) {
+            IUnknown* object = Items::ObjectOf(entries_[i].item);
+            if (!object) continue;
+            ComPtr<IUnknown> identity;
+            if (SUCCEEDED(object->QueryInterface(IUnknown::iid, identity.OutVoid())) && identity.get() == child)
+                return static_cast<int32_t>(i);
+        }
+        return luxNoIndex;
+    }
+
     HRESULT get__NewEnum(IUnknown** Enumerator) override {
-        return Guarded("_NewEnum", Interface::iid, [&] {
-            if (!Enumerator) return E_POINTER;
+        return Guarded("get__NewEnum", Interface::iid, [&] {
+            RequireOut(Enumerator);
             *Enumerator = nullptr;
             CLuxEnumVariant::Items snapshot;
             {
@@ -212,8 +236,8 @@ public:
     }
 
     HRESULT get_Count(LONG* Count) override {
-        return Guarded("Count", Interface::iid, [&] {
-            if (!Count) return E_POINTER;
+        return Guarded("get_Count", Interface::iid, [&] {
+            RequireOut(Count);
             ObjectLock::Guard guard(this->Lock());
             *Count = CountLocked();
             return S_OK;
@@ -221,8 +245,8 @@ public:
     }
 
     HRESULT get_Item(VARIANT KeyOrIndex, Out* Item) override {
-        return Guarded("Item", Interface::iid, [&] {
-            if (!Item) return E_POINTER;
+        return Guarded("get_Item", Interface::iid, [&] {
+            RequireOut(Item);
             Items::InitOut(Item);
             const auto wanted = collection::ReadKeyOrIndex(KeyOrIndex);
             Stored copy;
@@ -235,11 +259,11 @@ public:
         });
     }
 
-    HRESULT put_Item(VARIANT KeyOrIndex, In Item) override { return PutItem("Item", KeyOrIndex, Item); }
+    HRESULT put_Item(VARIANT KeyOrIndex, In Item) override { return PutItem("put_Item", KeyOrIndex, Item); }
 
     HRESULT FindItem(In Item, LONG* Index) override {
         return Guarded("FindItem", Interface::iid, [&] {
-            if (!Index) return E_POINTER;
+            RequireOut(Index);
             *Index = luxNoIndex;
             const typename Items::Finder matches(Item);
             ObjectLock::Guard guard(this->Lock());
@@ -254,8 +278,8 @@ public:
     }
 
     HRESULT get_Key(LONG Index, BSTR* Key) override {
-        return Guarded("Key", Interface::iid, [&] {
-            if (!Key) return E_POINTER;
+        return Guarded("get_Key", Interface::iid, [&] {
+            RequireOut(Key);
             *Key = nullptr;
             Bstr copy;
             {
@@ -269,7 +293,7 @@ public:
     }
 
     HRESULT put_Key(LONG Index, BSTR Key) override {
-        return Guarded("Key", Interface::iid, [&]() -> HRESULT {
+        return Guarded("put_Key", Interface::iid, [&]() -> HRESULT {
             Bstr key(BstrView(Key));
             const Listeners listeners = ListenersNow();
             EventArgs args;
@@ -301,7 +325,7 @@ public:
 
     HRESULT FindKey(BSTR Key, LONG* Index) override {
         return Guarded("FindKey", Interface::iid, [&] {
-            if (!Index) return E_POINTER;
+            RequireOut(Index);
             ObjectLock::Guard guard(this->Lock());
             *Index = FindKeyLocked(BstrView(Key));
             return S_OK;
@@ -385,6 +409,7 @@ public:
                 if (entries_.empty()) return S_OK;  // emptied meanwhile: nothing left to announce
                 keys.swap(keys_);
                 std::swap(removed, entries_);
+                children_.UnlinkAll();
             }
             return Changed(listeners, luxCollection_Cleared, args);
         });
@@ -451,6 +476,8 @@ protected:
                             args.AddValue(value);
                         }
                         std::swap(entries_[at].item, value);  // `value` now holds the old item
+                        children_.Link(Items::ObjectOf(entries_[at].item));
+                        children_.Unlink(Items::ObjectOf(value));
                     }
                 }
                 if (added) {
@@ -569,9 +596,11 @@ private:
         const std::string_view view = key.view();  // the characters stay where they are when the key moves
         entries_.insert(entries_.begin() + at, Entry{std::move(key), std::move(item)});
         keys_.Inserted(at, view, before);
+        children_.Link(Items::ObjectOf(entries_[at].item));
     }
 
     Entry RemoveLocked(int32_t at) {
+        children_.Unlink(Items::ObjectOf(entries_[at].item));
         keys_.Removed(at, entries_[at].key.view(), entries_.size());
         Entry removed = std::move(entries_[at]);
         entries_.erase(entries_.begin() + at);
@@ -596,8 +625,16 @@ private:
         return key;
     }
 
+    // Links every object the entries hold, after the entries were replaced as a whole.
+    void LinkAllLocked() noexcept {
+        children_.UnlinkAll();
+        for (const Entry& entry : entries_) children_.Link(Items::ObjectOf(entry.item));
+    }
+
     std::vector<Entry> entries_;
     collection::KeyIndex keys_;
+    // Passes on the Change of the objects among the items (see ChildEventForwarder).
+    ChildEventForwarder children_{*this};
 };
 
 }  // namespace tessaly::core

@@ -21,7 +21,12 @@
 // while delivery is suspended the change merges into the pending one; otherwise it is
 // delivered with the areas left pending ORed in. Delivery copies the value and builds the
 // arguments only when a sink is connected, and calls the sinks outside the lock, so that a
-// sink may call back into the object.
+// sink may call back into the object. Change goes to the sinks of every outgoing interface
+// that declares it (ILuxChangeEvent, ILuxCollectionEvents ...), to no other.
+//
+// Containers: every object is a ChildEventListener, so a class that holds objects passes
+// their Change on with a ChildEventForwarder (see there) and, if its children have
+// indices, its own ChildIndex.
 #pragma once
 
 #include <atomic>
@@ -31,6 +36,7 @@
 #include "com/core/MethodGuard.h"
 #include "com/core/impl/ArchiveAccess.h"
 #include "com/core/impl/ChangeEventState.h"
+#include "com/core/impl/ChildEventForwarder.h"
 #include "com/core/impl/ObjectLock.h"
 #include "platform/ComObject.h"
 
@@ -43,7 +49,8 @@ namespace tessaly::core {
 template <class Derived, class... Interfaces>
 class ccStdPersistAndChangeImpl
     : public ComObject<Derived, Interfaces..., ILuxPersistArchive, ILuxChangeEventConfiguration_Disp,
-                       ILuxChangeEventConfiguration> {
+                       ILuxChangeEventConfiguration>,
+      public ChildEventListener {
 public:
     // ILuxPersistArchive
     HRESULT Persist(ILuxArchive* Archive, LONG Options) override {
@@ -73,13 +80,13 @@ public:
     HRESULT PostLoad(VARIANT_BOOL /*CreatedDuringLoad*/) override { return S_OK; }
 
     HRESULT get_HasChanged(VARIANT_BOOL* Changed) override {
-        if (!Changed) return E_POINTER;
-        *Changed = HasChanged() ? VARIANT_TRUE : VARIANT_FALSE;
-        return S_OK;
+        return Guarded("get_HasChanged", ILuxPersistArchive::iid, [&] {
+            RequireOut(Changed);
+            *Changed = HasChanged() ? VARIANT_TRUE : VARIANT_FALSE;
+        });
     }
     HRESULT put_HasChanged(VARIANT_BOOL Changed) override {
-        SetHasChanged(Changed != VARIANT_FALSE);
-        return S_OK;
+        return Guarded("put_HasChanged", ILuxPersistArchive::iid, [&] { SetHasChanged(Changed != VARIANT_FALSE); });
     }
 
     // Every functional area bit: what a load announces.
@@ -116,8 +123,8 @@ public:
     }
 
     HRESULT get_EventDeliverySuspended(LONG* nSuspendCount) override {
-        return Guarded("EventDeliverySuspended", IID_ILuxChangeEventConfiguration, [&] {
-            if (!nSuspendCount) return E_POINTER;
+        return Guarded("get_EventDeliverySuspended", IID_ILuxChangeEventConfiguration, [&] {
+            RequireOut(nSuspendCount);
             ObjectLock::Guard guard(lock_);
             const uint32_t count = changes_.SuspendCount();
             *nSuspendCount = count > INT32_MAX ? INT32_MAX : static_cast<LONG>(count);
@@ -131,6 +138,21 @@ public:
 
     // The object's lock, for the class's methods: `ObjectLock::Guard guard(Lock());`.
     ObjectLock& Lock() const noexcept { return lock_; }
+
+    // ChildEventListener: a container's side of ChildEventForwarder. A container whose
+    // children have indices hides ChildIndex with its own.
+    bool TryAddRefListener() noexcept override { return this->TryAddRef(); }
+    void ReleaseListener() noexcept override { this->Release(); }
+    bool ListensToChildren() noexcept override {
+        if (this->HasEventSinks()) return true;
+        ObjectLock::Guard guard(lock_);
+        return changes_.SuspendCount() != 0;
+    }
+    int32_t ChildIndex(IUnknown*) noexcept override { return luxNoIndex; }
+    // A child's change is a change of the container's state: it marks the container changed.
+    void RaiseChildChange(const VARIANT& info, int32_t areas) noexcept override {
+        RaiseChange(luxState_SubObjectEvent, info, areas);
+    }
 
 protected:
     ccStdPersistAndChangeImpl() = default;

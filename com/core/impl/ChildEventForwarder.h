@@ -1,0 +1,102 @@
+// How a container passes on the Change events of the objects it holds: each child's Change
+// is re-raised on the container as Change(luxState_SubObjectEvent, info, areas), where
+// `info` is an ILuxEventInfo (LuxEventInfo) that copies the child's event ID, its arguments
+// (StateID, Value, FunctionalArea), the child and the child's index in the container at
+// the moment of the event, and `areas` are the child's. While the container's delivery is
+// suspended the event merges as any other change (two of them collapse to -1).
+//
+// Usage: the container is a ChildEventListener (every ccStdPersistAndChangeImpl is; a
+// container whose children have indices overrides ChildIndex) and holds one forwarder.
+// With its own lock held it links each object it takes in and unlinks each it lets go:
+//
+//     ChildEventForwarder children_{*this};
+//     ... children_.Link(item);     // an object entered the container
+//     ... children_.Unlink(item);   // an object left it: no event of it is passed on after
+//     ... children_.UnlinkAll();
+//
+// Link and Unlink run under the container's lock (which guards the list of links); the
+// forwarder's destructor unlinks every child.
+//
+// Ownership: the container holds its children; a child holds, through its connection
+// point, only a small link sink, which reaches the container through a shared relay (a weak
+// back-reference), never through a reference on the container. No cycle keeps either alive.
+// A forwarded event takes a reference on the container for its duration (TryAddRef), so a
+// container released on another thread, or by a sink during the event, is destroyed only
+// after the event has been passed on; one whose count has reached zero passes nothing on.
+//
+// Cycles (a container holding itself, or an ancestor): an event is passed on once by each
+// container it reaches on the way up, never around the cycle again.
+//
+// An object held twice (in two entries) is linked once and unlinked when its last entry
+// goes; its events are passed on once, with the index of its first entry.
+//
+// Cost: linking advises one sink on the child's outgoing interface that carries Change.
+// A child's event that nobody would see on the container (no sink advised on it and
+// delivery not suspended) builds no event info: it only marks the container changed.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "platform/ComPtr.h"
+#include "platform/StandardInterfaces.h"
+
+namespace tessaly::core {
+
+// The container's side, as the forwarder sees it.
+class ChildEventListener {
+public:
+    // A reference on the container, unless it is being destroyed.
+    virtual bool TryAddRefListener() noexcept = 0;
+    virtual void ReleaseListener() noexcept = 0;
+    // Whether a re-raised event would be seen (a sink, or suspended delivery).
+    virtual bool ListensToChildren() noexcept = 0;
+    // The child's index in the container (`child` is its IUnknown); luxNoIndex (-1) when
+    // it is not an indexed item.
+    virtual int32_t ChildIndex(IUnknown* child) noexcept = 0;
+    // Re-raises: Change(luxState_SubObjectEvent, info, areas). `info` is empty when nobody
+    // listens.
+    virtual void RaiseChildChange(const VARIANT& info, int32_t areas) noexcept = 0;
+
+protected:
+    ~ChildEventListener() = default;
+};
+
+class ChildEventForwarder {
+public:
+    explicit ChildEventForwarder(ChildEventListener& listener) noexcept;
+    ~ChildEventForwarder();
+    ChildEventForwarder(const ChildEventForwarder&) = delete;
+    ChildEventForwarder& operator=(const ChildEventForwarder&) = delete;
+
+    // Starts passing on the events of `child` (any interface of it; null and objects that
+    // fire no Change are ignored). False only when out of memory: the child's events are
+    // then not passed on.
+    bool Link(IUnknown* child) noexcept;
+    // Stops passing them on once the last entry holding `child` has let it go.
+    void Unlink(IUnknown* child) noexcept;
+    void UnlinkAll() noexcept;
+
+    // How many distinct children are linked now.
+    size_t LinkedCount() const noexcept { return links_.size(); }
+
+    struct Relay;
+    class LinkSink;
+
+private:
+    struct ChildLink {
+        IUnknown* identity;             // the child's IUnknown, held through `point`
+        ComPtr<IConnectionPoint> point;  // counts a reference on the child
+        ComPtr<LinkSink> sink;
+        DWORD cookie;
+        uint32_t holds;
+    };
+    static void Cut(ChildLink& link) noexcept;
+
+    ChildEventListener& listener_;
+    std::shared_ptr<Relay> relay_;  // made by the first link: a container of plain values pays nothing
+    std::vector<ChildLink> links_;
+};
+
+}  // namespace tessaly::core
