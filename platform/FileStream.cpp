@@ -14,6 +14,7 @@
 #include "platform/Bstr.h"
 #include "platform/ErrorInfo.h"
 #include "platform/StreamCopy.h"
+#include "platform/StreamSeek.h"
 
 namespace tessaly {
 
@@ -186,23 +187,13 @@ HRESULT FileStream::Write(const void* pv, ULONG cb, ULONG* pcbWritten) {
 
 HRESULT FileStream::Seek(LONGLONG dlibMove, DWORD dwOrigin, ULONGLONG* plibNewPosition) {
     std::lock_guard lock(mutex_);
-    int64_t base = 0;
-    switch (dwOrigin) {
-        case STREAM_SEEK_SET: base = 0; break;
-        case STREAM_SEEK_CUR: base = static_cast<int64_t>(position_); break;
-        case STREAM_SEEK_END: {
-            struct stat info {};
-            if (::fstat(fd_, &info) != 0) return Fail(STG_E_SEEKERROR, "seek in", errno, "Seek");
-            base = info.st_size;
-            break;
-        }
-        default: return STG_E_INVALIDFUNCTION;
-    }
-    int64_t target = 0;
-    if (__builtin_add_overflow(base, dlibMove, &target) || target < 0) return STG_E_INVALIDFUNCTION;
-    position_ = static_cast<uint64_t>(target);
-    if (plibNewPosition) *plibNewPosition = position_;
-    return S_OK;
+    const auto end = [&](int64_t& size) {
+        struct stat info {};
+        if (::fstat(fd_, &info) != 0) return Fail(STG_E_SEEKERROR, "seek in", errno, "Seek");
+        size = info.st_size;
+        return S_OK;
+    };
+    return SeekStream(position_, dlibMove, dwOrigin, end, plibNewPosition);
 }
 
 HRESULT FileStream::SetSize(ULONGLONG libNewSize) {

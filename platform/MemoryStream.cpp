@@ -8,6 +8,7 @@
 
 #include "platform/Bstr.h"
 #include "platform/StreamCopy.h"
+#include "platform/StreamSeek.h"
 
 namespace tessaly {
 
@@ -121,18 +122,11 @@ HRESULT MemoryStream::Write(const void* pv, ULONG cb, ULONG* pcbWritten) {
 
 HRESULT MemoryStream::Seek(LONGLONG dlibMove, DWORD dwOrigin, ULONGLONG* plibNewPosition) {
     std::lock_guard lock(mutex_);
-    int64_t base = 0;
-    switch (dwOrigin) {
-        case STREAM_SEEK_SET: base = 0; break;
-        case STREAM_SEEK_CUR: base = static_cast<int64_t>(position_); break;
-        case STREAM_SEEK_END: base = static_cast<int64_t>(bytes_.size()); break;
-        default: return STG_E_INVALIDFUNCTION;
-    }
-    int64_t target = 0;
-    if (__builtin_add_overflow(base, dlibMove, &target) || target < 0) return STG_E_INVALIDFUNCTION;
-    position_ = static_cast<uint64_t>(target);
-    if (plibNewPosition) *plibNewPosition = position_;
-    return S_OK;
+    const auto end = [&](int64_t& size) noexcept {
+        size = static_cast<int64_t>(bytes_.size());
+        return S_OK;
+    };
+    return SeekStream(position_, dlibMove, dwOrigin, end, plibNewPosition);
 }
 
 HRESULT MemoryStream::SetSize(ULONGLONG libNewSize) {

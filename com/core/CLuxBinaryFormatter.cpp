@@ -14,6 +14,7 @@
 #include "com/core/ArchiveWriter.h"
 #include "com/core/CLuxArchive.h"
 #include "com/core/FormatterErrors.h"
+#include "com/core/FormatterPreamble.h"
 #include "com/core/MessageTable.h"
 #include "com/core/MethodGuard.h"
 #include "com/core/ObjectGraphLoader.h"
@@ -606,13 +607,10 @@ private:
 }  // namespace
 
 HRESULT CLuxBinaryFormatter::Serialize(IStream* Stream, IDispatch* Obj, LONG Options, BSTR SubFormat) {
-    return Guarded("Serialize", IID_ILuxFormatter, [&] {
-        if (!Stream) throw ccStdError::NullArgument("Stream");
-        if (!Obj) throw ccStdError::NullArgument("Obj");
+    return FormatterPreamble::Serialize(Stream, Obj, Options, [&](ObjectGraphSaver& saver) {
         CheckSubFormat(SubFormat);
         StreamDevice device(Stream);
         ccArchive archive = ccArchive::ForWriting(device);
-        ObjectGraphSaver saver(Options);
         BinaryWriter writer(archive, saver);
         writer.WriteObject(Obj);
         archive.Write<uint8_t>(kEndOfArchive);
@@ -622,21 +620,14 @@ HRESULT CLuxBinaryFormatter::Serialize(IStream* Stream, IDispatch* Obj, LONG Opt
 
 HRESULT CLuxBinaryFormatter::Deserialize(IStream* Stream, IDispatch* Existing, LONG Options, BSTR SubFormat,
                                          ILuxStringCollection** Warnings, IDispatch** Obj) {
-    if (Warnings) *Warnings = nullptr;
-    if (Obj) *Obj = nullptr;
-    return Guarded("Deserialize", IID_ILuxFormatter, [&] {
-        RequireArgument(Stream, "Stream");
-        RequireOut(Obj);
+    return FormatterPreamble::Deserialize(Stream, Existing, Options, Warnings, Obj, [&](ObjectGraphLoader& loader) -> ComPtr<IDispatch> {
         CheckSubFormat(SubFormat);
         StreamDevice device(Stream);
         ccArchive archive = ccArchive::ForReading(device);
-        ObjectGraphLoader loader(Options, Existing);
         BinaryReader reader(archive, loader);
         ComPtr<IDispatch> root = reader.ReadDocument();
         archive.Finish();
-        ComPtr<ILuxStringCollection> warnings = loader.Warnings();
-        if (Warnings) *Warnings = warnings.Detach();
-        *Obj = root.Detach();
+        return root;
     });
 }
 

@@ -15,6 +15,7 @@
 #include "com/core/ArchiveWriter.h"
 #include "com/core/CLuxArchive.h"
 #include "com/core/FormatterErrors.h"
+#include "com/core/FormatterPreamble.h"
 #include "com/core/MessageTable.h"
 #include "com/core/MethodGuard.h"
 #include "com/core/ObjectGraphLoader.h"
@@ -1030,9 +1031,7 @@ private:
 }  // namespace
 
 HRESULT CLuxXMLFormatter::Serialize(IStream* Stream, IDispatch* Obj, LONG Options, BSTR SubFormat) {
-    return Guarded("Serialize", IID_ILuxFormatter, [&] {
-        if (!Stream) throw ccStdError::NullArgument("Stream");
-        if (!Obj) throw ccStdError::NullArgument("Obj");
+    return FormatterPreamble::Serialize(Stream, Obj, Options, [&](ObjectGraphSaver& saver) {
         const ccXmlWriter::Layout layout = LayoutOf(SubFormat);
         std::string top;
         bool refuse = false;
@@ -1043,7 +1042,6 @@ HRESULT CLuxXMLFormatter::Serialize(IStream* Stream, IDispatch* Obj, LONG Option
         }
         StreamOutput output(Stream);
         ccXmlWriter xml(output, layout);
-        ObjectGraphSaver saver(Options);
         saver.SetRefuseNullClassID(refuse);
         XmlSaver writer(xml, saver);
         xml.Declaration();
@@ -1056,24 +1054,15 @@ HRESULT CLuxXMLFormatter::Serialize(IStream* Stream, IDispatch* Obj, LONG Option
 
 HRESULT CLuxXMLFormatter::Deserialize(IStream* Stream, IDispatch* Existing, LONG Options, BSTR SubFormat,
                                       ILuxStringCollection** Warnings, IDispatch** Obj) {
-    if (Warnings) *Warnings = nullptr;
-    if (Obj) *Obj = nullptr;
-    return Guarded("Deserialize", IID_ILuxFormatter, [&] {
-        RequireArgument(Stream, "Stream");
-        RequireOut(Obj);
+    return FormatterPreamble::Deserialize(Stream, Existing, Options, Warnings, Obj, [&](ObjectGraphLoader& loader) -> ComPtr<IDispatch> {
         LayoutOf(SubFormat);
         const Document document(Stream);
-        ObjectGraphLoader loader(Options, Existing);
         ccXmlReader xml(document.Text(), kMaxDepth);
-        ComPtr<IDispatch> root;
         try {
-            root = XmlLoader(xml, loader).ReadDocument();
+            return XmlLoader(xml, loader).ReadDocument();
         } catch (const ccXmlReader::Errors& error) {
             ThrowReaderFault(error);
         }
-        ComPtr<ILuxStringCollection> warnings = loader.Warnings();
-        if (Warnings) *Warnings = warnings.Detach();
-        *Obj = root.Detach();
     });
 }
 
