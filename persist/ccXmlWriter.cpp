@@ -95,6 +95,9 @@ void ccXmlWriter::CommitRaw(char* end) noexcept { used_ = static_cast<size_t>(en
 void ccXmlWriter::Base64(const uint8_t* data, size_t size, bool lineBreakFirst) {
     CloseStartTag();
     if (lineBreakFirst) Put(kLineBreak);
+    const size_t encoded = ccBase64::EncodedSize(size);
+    // With a buffer more, so that the end of the document fits too.
+    if (encoded > kBufferSize - used_) output_.Expect(used_ + encoded + kBufferSize);
     while (size > 0) {
         if (kBufferSize - used_ < 4) Flush();
         const size_t bytes = std::min(size, (kBufferSize - used_) / 4 * 3);

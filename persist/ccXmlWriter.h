@@ -38,6 +38,8 @@ public:
     class Output {
     public:
         virtual void Write(const char* data, size_t size) = 0;
+        // About `size` more bytes are coming: a device that grows may make room at once.
+        virtual void Expect(size_t /*size*/) {}
 
     protected:
         ~Output() = default;

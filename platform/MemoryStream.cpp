@@ -62,6 +62,16 @@ size_t MemoryStream::Size() const noexcept {
     return bytes_.size();
 }
 
+void MemoryStream::Reserve(uint64_t more) noexcept {
+    std::lock_guard lock(mutex_);
+    const uint64_t wanted = std::max<uint64_t>(position_, bytes_.size()) + more;
+    if (wanted > kMaxSize || wanted <= bytes_.capacity()) return;
+    try {
+        bytes_.reserve(static_cast<size_t>(wanted));
+    } catch (...) {
+    }
+}
+
 HRESULT MemoryStream::ResizeLocked(uint64_t size, uint64_t writtenFrom) noexcept {
     if (size > kMaxSize) return STG_E_MEDIUMFULL;
     const size_t wanted = static_cast<size_t>(size);

@@ -36,6 +36,10 @@ public:
     // changes the size (Write, SetSize); it is not guarded against concurrent writers.
     const uint8_t* Data() const noexcept;
     size_t Size() const noexcept;
+    // Room for `more` bytes past the end without moving the block again: a writer that
+    // knows how much is coming saves the copies of growing step by step. Only a hint: the
+    // size does not change, and out of memory the block stays as it is.
+    void Reserve(uint64_t more) noexcept;
 
     // ISequentialStream
     HRESULT Read(void* pv, ULONG cb, ULONG* pcbRead) override;

@@ -29,6 +29,7 @@
 #include "platform/Bstr.h"
 #include "platform/ClassTable.h"
 #include "platform/ErrorInfo.h"
+#include "platform/MemoryStream.h"
 #include "platform/SafeArray.h"
 #include "platform/Variant.h"
 #include "xnl/std/except/ccStdError.h"
@@ -214,7 +215,13 @@ std::string Excerpt(std::string_view text) {
 // The writer's device: the caller's stream, written in the writer's large blocks.
 class StreamOutput final : public ccXmlWriter::Output {
 public:
-    explicit StreamOutput(IStream* stream) noexcept : stream_(stream) {}
+    explicit StreamOutput(IStream* stream) noexcept : stream_(stream), memory_(MemoryStream::ImplementationOf(stream)) {}
+
+    // A large block is coming (a 16 MiB array is 22 MiB of base64): a memory stream makes
+    // room for it once instead of growing, and copying, step by step.
+    void Expect(size_t size) override {
+        if (memory_) memory_->Reserve(size);
+    }
 
     void Write(const char* data, size_t size) override {
         size_t done = 0;
@@ -234,6 +241,7 @@ private:
     static constexpr size_t kMaxChunk = size_t(1) << 30;
 
     IStream* stream_;
+    MemoryStream* memory_;  // the same stream when it is the library's memory stream
 };
 
 // A SAFEARRAY's memory, locked while it is used.
