@@ -11,6 +11,7 @@ namespace {
 class BenchGadget : public ComObject<BenchGadget, ITestGadget> {
 public:
     static const CoClassInfo& CoClass() { return generated::CoClass_TestGadget; }
+    using CoClassInterfaceList = generated::CoClassInterfaceList_TestGadget;
     HRESULT get_Kind(BSTR* value) override {
         *value = nullptr;
         return S_OK;

@@ -167,7 +167,7 @@ bool CLuxArchive::Read(std::string_view name, VARTYPE vt, Variant& value, int32_
 template <class T>
 HRESULT CLuxArchive::PersistScalar(const char* method, BSTR name, T* value, VARTYPE vt, T VARIANT::*field) {
     return Guarded(method, ILuxArchive::iid, [&]() -> HRESULT {
-        if (!value) throw ccStdError::NullArgument("Value");
+        RequireOut(value);  // [in, out]: the archive writes through it when loading
         if (Saving()) {
             VARIANT passed{};
             passed.vt = vt;
@@ -193,7 +193,7 @@ HRESULT CLuxArchive::PersistBoolean(BSTR Name, VARIANT_BOOL* Value) {
 
 HRESULT CLuxArchive::PersistVariant(BSTR Name, VARIANT* Value) {
     return Guarded("PersistVariant", ILuxArchive::iid, [&]() -> HRESULT {
-        if (!Value) throw ccStdError::NullArgument("Value");
+        RequireOut(Value);  // [in, out]: the archive writes through it when loading
         if (Saving()) {
             Write(BstrView(Name), *Value);
             return S_OK;
@@ -208,7 +208,7 @@ HRESULT CLuxArchive::PersistVariant(BSTR Name, VARIANT* Value) {
 
 HRESULT CLuxArchive::PersistString(BSTR Name, BSTR* Value) {
     return Guarded("PersistString", ILuxArchive::iid, [&]() -> HRESULT {
-        if (!Value) throw ccStdError::NullArgument("Value");
+        RequireOut(Value);  // [in, out]: the archive writes through it when loading
         if (Saving()) {
             VARIANT passed{};
             passed.vt = VT_BSTR;
@@ -227,7 +227,7 @@ HRESULT CLuxArchive::PersistString(BSTR Name, BSTR* Value) {
 
 HRESULT CLuxArchive::LoadObject(BSTR Name, IDispatch** Value) {
     return Guarded("LoadObject", ILuxArchive::iid, [&]() -> HRESULT {
-        if (!Value) throw ccStdError::NullArgument("Value");
+        RequireOut(Value);  // [in, out]: the archive writes through it when loading
         CheckLoading("LoadObject");
         Variant read;
         if (!Read(BstrView(Name), VT_VARIANT, read, ids_Lux_ReadInvalidObject_1)) return S_FALSE;
@@ -260,7 +260,7 @@ HRESULT CLuxArchive::SaveObject(BSTR Name, IDispatch* Value) {
 }
 
 HRESULT CLuxArchive::get__NewEnum(IUnknown** Enumerator) {
-    return Guarded("_NewEnum", ILuxArchive::iid, [&] {
+    return Guarded("get__NewEnum", ILuxArchive::iid, [&] {
         if (!Enumerator) return E_POINTER;
         *Enumerator = nullptr;
         CheckLoading("_NewEnum");
@@ -278,7 +278,7 @@ HRESULT CLuxArchive::get__NewEnum(IUnknown** Enumerator) {
 }
 
 HRESULT CLuxArchive::get_Count(LONG* Count) {
-    return Guarded("Count", ILuxArchive::iid, [&] {
+    return Guarded("get_Count", ILuxArchive::iid, [&] {
         if (!Count) return E_POINTER;
         ObjectLock::Guard lock(lock_);
         *Count = static_cast<LONG>(entries_.size());
@@ -298,7 +298,7 @@ int32_t CLuxArchive::LocateLocked(const collection::KeyOrIndex& wanted) const {
 }
 
 HRESULT CLuxArchive::get_Item(VARIANT KeyOrIndex, VARIANT* Item) {
-    return Guarded("Item", ILuxArchive::iid, [&] {
+    return Guarded("get_Item", ILuxArchive::iid, [&] {
         if (!Item) return E_POINTER;
         VariantInit(Item);
         CheckLoading("Item");
@@ -332,7 +332,7 @@ HRESULT CLuxArchive::FindItem(VARIANT Item, LONG* Index) {
 }
 
 HRESULT CLuxArchive::get_Key(LONG Index, BSTR* Key) {
-    return Guarded("Key", ILuxArchive::iid, [&] {
+    return Guarded("get_Key", ILuxArchive::iid, [&] {
         if (!Key) return E_POINTER;
         *Key = nullptr;
         Bstr copy;
@@ -357,7 +357,7 @@ HRESULT CLuxArchive::FindKey(BSTR Key, LONG* Index) {
 }
 
 HRESULT CLuxArchive::get_Options(LONG* Options) {
-    return Guarded("Options", ILuxArchive::iid, [&] {
+    return Guarded("get_Options", ILuxArchive::iid, [&] {
         if (!Options) return E_POINTER;
         *Options = options_;
         return S_OK;

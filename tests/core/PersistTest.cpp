@@ -404,7 +404,7 @@ TEST_F(PersistTest, SubObjectsAreWrittenAfterPersistReturnedInTheirOrder) {
     // A failing Persist writes nothing it held back.
     auto archive = CLuxArchive::ForSaving(probe, luxPersistOptionAll);
     probe.log.clear();
-    EXPECT_EQ(archive->PersistI4(Bstr("Item0").get(), nullptr), E_INVALIDARG);
+    EXPECT_EQ(archive->PersistI4(Bstr("Item0").get(), nullptr), E_POINTER);
     EXPECT_EQ(probe.log, "");
 }
 

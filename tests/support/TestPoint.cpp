@@ -32,7 +32,7 @@ void TestPoint::PersistState(core::ArchiveAccess& archive) {
 }
 
 HRESULT TestPoint::get_X(double* value) {
-    return core::Guarded("X", IID_ITestPoint, [&] {
+    return core::Guarded("get_X", IID_ITestPoint, [&] {
         if (!value) return E_POINTER;
         core::ObjectLock::Guard guard(Lock());
         *value = x_;
@@ -41,7 +41,7 @@ HRESULT TestPoint::get_X(double* value) {
 }
 
 HRESULT TestPoint::get_Y(double* value) {
-    return core::Guarded("Y", IID_ITestPoint, [&] {
+    return core::Guarded("get_Y", IID_ITestPoint, [&] {
         if (!value) return E_POINTER;
         core::ObjectLock::Guard guard(Lock());
         *value = y_;
@@ -49,13 +49,13 @@ HRESULT TestPoint::get_Y(double* value) {
     });
 }
 
-HRESULT TestPoint::put_X(double value) { return SetCoordinate("X", &TestPoint::x_, testPoint_X, value); }
-HRESULT TestPoint::put_Y(double value) { return SetCoordinate("Y", &TestPoint::y_, testPoint_Y, value); }
+HRESULT TestPoint::put_X(double value) { return SetCoordinate("put_X", &TestPoint::x_, testPoint_X, value); }
+HRESULT TestPoint::put_Y(double value) { return SetCoordinate("put_Y", &TestPoint::y_, testPoint_Y, value); }
 
 // Validate, compare, store, mark changed, announce after the lock is released.
 HRESULT TestPoint::SetCoordinate(const char* name, double TestPoint::*field, int32_t stateId, double value) {
     return core::Guarded(name, IID_ITestPoint, [&] {
-        if (!std::isfinite(value)) throw ccStdError::BadArgument(name);
+        if (!std::isfinite(value)) throw ccStdError::BadArgument("value");
         {
             core::ObjectLock::Guard guard(Lock());
             if (this->*field == value) return S_OK;
@@ -66,7 +66,7 @@ HRESULT TestPoint::SetCoordinate(const char* name, double TestPoint::*field, int
 }
 
 HRESULT TestPoint::get_Marker(VARIANT* value) {
-    return core::Guarded("Marker", IID_ITestPoint, [&] {
+    return core::Guarded("get_Marker", IID_ITestPoint, [&] {
         if (!value) return E_POINTER;
         core::ObjectLock::Guard guard(Lock());
         core::ThrowIfFailed(marker_.CopyTo(value));
@@ -74,8 +74,8 @@ HRESULT TestPoint::get_Marker(VARIANT* value) {
     });
 }
 
-HRESULT TestPoint::put_Marker(VARIANT value) { return SetMarker("Marker", value); }
-HRESULT TestPoint::putref_Marker(VARIANT value) { return SetMarker("Marker", value); }
+HRESULT TestPoint::put_Marker(VARIANT value) { return SetMarker("put_Marker", value); }
+HRESULT TestPoint::putref_Marker(VARIANT value) { return SetMarker("put_Marker", value); }
 
 HRESULT TestPoint::SetMarker(const char* method, const VARIANT& value) {
     return core::Guarded(method, IID_ITestPoint, [&] {

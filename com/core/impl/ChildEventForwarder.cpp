@@ -140,25 +140,27 @@ bool ChildEventForwarder::Link(IUnknown* child) noexcept {
     if (!child) return true;
     ComPtr<IUnknown> identity;
     if (FAILED(child->QueryInterface(IUnknown::iid, identity.OutVoid())) || !identity) return true;
-    for (ChildLink& link : links_) {
-        if (link.identity == identity.get()) {
-            ++link.holds;
-            return true;
-        }
+    const auto held = links_.find(identity.get());
+    if (held != links_.end()) {
+        ++held->second.holds;
+        return true;
     }
     ComPtr<IConnectionPoint> point = ChangePoint(identity.get());
     if (!point) return true;  // fires nothing to pass on
+    decltype(links_)::iterator entry;
     try {
         if (!relay_) relay_ = std::make_shared<Relay>(&listener_);  // made when first needed
-        links_.reserve(links_.size() + 1);
+        entry = links_.try_emplace(identity.get()).first;  // room first: nothing can fail after Advise
     } catch (const std::bad_alloc&) {
         return false;
     }
     auto sink = ComPtr<LinkSink>::Attach(LinkSink::Create(relay_, identity.get()));
-    if (!sink) return false;
     DWORD cookie = 0;
-    if (FAILED(point->Advise(sink->GetUnknown(), &cookie))) return false;
-    links_.push_back(ChildLink{identity.get(), std::move(point), std::move(sink), cookie, 1});
+    if (!sink || FAILED(point->Advise(sink->GetUnknown(), &cookie))) {
+        links_.erase(entry);
+        return false;
+    }
+    entry->second = ChildLink{identity.get(), std::move(point), std::move(sink), cookie, 1};
     return true;
 }
 
@@ -171,18 +173,16 @@ void ChildEventForwarder::Unlink(IUnknown* child) noexcept {
     if (!child || links_.empty()) return;
     ComPtr<IUnknown> identity;
     if (FAILED(child->QueryInterface(IUnknown::iid, identity.OutVoid())) || !identity) return;
-    for (size_t i = 0; i < links_.size(); ++i) {
-        if (links_[i].identity != identity.get()) continue;
-        if (--links_[i].holds == 0) {
-            Cut(links_[i]);
-            links_.erase(links_.begin() + static_cast<std::ptrdiff_t>(i));
-        }
-        return;
+    const auto held = links_.find(identity.get());
+    if (held == links_.end()) return;
+    if (--held->second.holds == 0) {
+        Cut(held->second);
+        links_.erase(held);
     }
 }
 
 void ChildEventForwarder::UnlinkAll() noexcept {
-    for (ChildLink& link : links_) Cut(link);
+    for (auto& entry : links_) Cut(entry.second);
     links_.clear();
 }
 

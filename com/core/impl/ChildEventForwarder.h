@@ -37,7 +37,7 @@
 
 #include <cstdint>
 #include <memory>
-#include <vector>
+#include <unordered_map>
 
 #include "platform/ComPtr.h"
 #include "platform/StandardInterfaces.h"
@@ -96,7 +96,9 @@ private:
 
     ChildEventListener& listener_;
     std::shared_ptr<Relay> relay_;  // made by the first link: a container of plain values pays nothing
-    std::vector<ChildLink> links_;
+    // By the child's identity: a container of many objects links and unlinks each in
+    // constant time.
+    std::unordered_map<IUnknown*, ChildLink> links_;
 };
 
 }  // namespace tessaly::core
