@@ -47,8 +47,11 @@ namespace tessaly::core {
 // The container's side, as the forwarder sees it.
 class ChildEventListener {
 public:
-    // A reference on the container, unless it is being destroyed.
-    virtual bool TryAddRefListener() noexcept = 0;
+    // A reference on the container, unless it is being destroyed. Not virtual: a child
+    // fires on its own thread while the container's destructor may be rewriting its vtable
+    // pointers on another, so this first call reaches the count through a plain function.
+    bool TryAddRefListener() noexcept { return tryAddRef_(this); }
+    // The other members are called only while the forwarder holds that reference.
     virtual void ReleaseListener() noexcept = 0;
     // Whether a re-raised event would be seen (a sink, or suspended delivery).
     virtual bool ListensToChildren() noexcept = 0;
@@ -60,7 +63,12 @@ public:
     virtual void RaiseChildChange(const VARIANT& info, int32_t areas) noexcept = 0;
 
 protected:
+    using TryAddRefFunction = bool (*)(ChildEventListener*) noexcept;
+    explicit ChildEventListener(TryAddRefFunction tryAddRef) noexcept : tryAddRef_(tryAddRef) {}
     ~ChildEventListener() = default;
+
+private:
+    const TryAddRefFunction tryAddRef_;
 };
 
 class ChildEventForwarder {

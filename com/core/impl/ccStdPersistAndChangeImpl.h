@@ -141,7 +141,6 @@ public:
 
     // ChildEventListener: a container's side of ChildEventForwarder. A container whose
     // children have indices hides ChildIndex with its own.
-    bool TryAddRefListener() noexcept override { return this->TryAddRef(); }
     void ReleaseListener() noexcept override { this->Release(); }
     bool ListensToChildren() noexcept override {
         if (this->HasEventSinks()) return true;
@@ -155,7 +154,7 @@ public:
     }
 
 protected:
-    ccStdPersistAndChangeImpl() = default;
+    ccStdPersistAndChangeImpl() noexcept : ChildEventListener(&TryAddRefContainer) {}
 
     // Announces a change that a setter has stored. Call it with the lock released. Fails
     // only when the value cannot be copied for the sinks.
@@ -231,6 +230,11 @@ private:
         args[2].lVal = stateId;
         DISPPARAMS params{args, nullptr, 3, 0};
         this->FireEventToAll(luxChange_Change, params);
+    }
+
+    // The down-cast is an offset known at compile time: it reads no vtable pointer.
+    static bool TryAddRefContainer(ChildEventListener* listener) noexcept {
+        return static_cast<ccStdPersistAndChangeImpl*>(listener)->TryAddRef();
     }
 
     mutable ObjectLock lock_;
