@@ -237,7 +237,15 @@ protected:
     }
     ~ComObject() override { delete connections_.load(std::memory_order_acquire); }
 
+    // Called after a sink was advised on an outgoing interface that had none, on the
+    // advising thread, with no lock held: work done only for listeners starts here.
+    virtual void OnFirstEventSink() noexcept {}
+
 private:
+    static void FirstEventSinkAdvised(IConnectionPointContainer& owner) noexcept {
+        static_cast<ComObject&>(owner).OnFirstEventSink();
+    }
+
     // Dispatch asks only for the coclass's own interfaces (or their bases): a match over the
     // list and its base chains, compiled inline, with no IUnknown case.
     static void* FindForDispatch(void* object, const IID& iid) noexcept {
@@ -250,8 +258,8 @@ private:
     ConnectionPointContainer* Connections() noexcept {
         ConnectionPointContainer* existing = connections_.load(std::memory_order_acquire);
         if (existing) return existing;
-        ConnectionPointContainer* created =
-            ConnectionPointContainer::Create(*static_cast<IConnectionPointContainer*>(this), Derived::CoClass());
+        ConnectionPointContainer* created = ConnectionPointContainer::Create(
+            *static_cast<IConnectionPointContainer*>(this), Derived::CoClass(), &FirstEventSinkAdvised);
         if (!created) return nullptr;
         if (!connections_.compare_exchange_strong(existing, created, std::memory_order_acq_rel,
                                                   std::memory_order_acquire)) {

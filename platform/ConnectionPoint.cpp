@@ -44,8 +44,9 @@ private:
     const ConnectionPoint& point_;
 };
 
-ConnectionPoint::ConnectionPoint(IConnectionPointContainer& container, const IID& iid, const InterfaceInfo* info)
-    : container_(container), iid_(iid), info_(info) {}
+ConnectionPoint::ConnectionPoint(IConnectionPointContainer& container, const IID& iid, const InterfaceInfo* info,
+                                 FirstSinkHook firstSink)
+    : container_(container), iid_(iid), info_(info), firstSink_(firstSink) {}
 
 ConnectionPoint::~ConnectionPoint() = default;
 
@@ -113,10 +114,12 @@ HRESULT ConnectionPoint::Advise(IUnknown* pUnkSink, DWORD* pdwCookie) {
     }
     auto* sink = static_cast<IDispatch*>(found);
     std::vector<std::shared_ptr<SinkList>> reclaimed;
+    bool first = false;
     try {
         auto next = std::make_shared<SinkList>();
         std::lock_guard lock(mutex_);
         const size_t count = sinks_ ? sinks_->connections.size() : 0;
+        first = count == 0;
         next->connections.reserve(count + 1);
         retired_.reserve(retired_.size() + 1);
         if (sinks_) {
@@ -136,6 +139,7 @@ HRESULT ConnectionPoint::Advise(IUnknown* pUnkSink, DWORD* pdwCookie) {
         if (sink) sink->Release();
         return E_OUTOFMEMORY;
     }
+    if (first && firstSink_) firstSink_(container_);
     // `reclaimed` dies here, outside the mutex: releasing sinks may run their code.
     return S_OK;
 }

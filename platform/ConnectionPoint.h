@@ -30,6 +30,11 @@ namespace tessaly {
 
 class ConnectionPoint final : public IConnectionPoint {
 public:
+    // Called after an Advise that gave this connection point its first sink, on the
+    // advising thread, with no lock of the connection point held: an object that does work
+    // only for listeners (a container linking its children) starts it there.
+    using FirstSinkHook = void (*)(IConnectionPointContainer& owner) noexcept;
+
     struct Connection {
         DWORD cookie;
         IDispatch* sink;
@@ -46,7 +51,8 @@ public:
 
     // `info` is the outgoing interface's type information, when known: it tells which
     // events the interface declares.
-    ConnectionPoint(IConnectionPointContainer& container, const IID& iid, const InterfaceInfo* info = nullptr);
+    ConnectionPoint(IConnectionPointContainer& container, const IID& iid, const InterfaceInfo* info = nullptr,
+                    FirstSinkHook firstSink = nullptr);
     ~ConnectionPoint();
     ConnectionPoint(const ConnectionPoint&) = delete;
     ConnectionPoint& operator=(const ConnectionPoint&) = delete;
@@ -89,6 +95,7 @@ private:
     IConnectionPointContainer& container_;
     const IID iid_;
     const InterfaceInfo* const info_;
+    const FirstSinkHook firstSink_;
     mutable std::mutex mutex_;
     std::shared_ptr<SinkList> sinks_;  // the published list's owner; mutex held
     mutable std::vector<std::shared_ptr<SinkList>> retired_;  // mutex held

@@ -7,19 +7,21 @@
 namespace tessaly {
 
 ConnectionPointContainer* ConnectionPointContainer::Create(IConnectionPointContainer& owner,
-                                                           const CoClassInfo& coclass) noexcept {
+                                                           const CoClassInfo& coclass,
+                                                           ConnectionPoint::FirstSinkHook firstSink) noexcept {
     try {
-        return new ConnectionPointContainer(owner, coclass);
+        return new ConnectionPointContainer(owner, coclass, firstSink);
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
 }
 
-ConnectionPointContainer::ConnectionPointContainer(IConnectionPointContainer& owner, const CoClassInfo& coclass) {
+ConnectionPointContainer::ConnectionPointContainer(IConnectionPointContainer& owner, const CoClassInfo& coclass,
+                                                   ConnectionPoint::FirstSinkHook firstSink) {
     for (uint16_t i = 0; i < coclass.interfaceCount; ++i) {
         const CoClassInterface& entry = coclass.interfaces[i];
         if (entry.flags & IMPLTYPEFLAG_FSOURCE)
-            points_.push_back(std::make_unique<ConnectionPoint>(owner, entry.iface->iid, entry.iface));
+            points_.push_back(std::make_unique<ConnectionPoint>(owner, entry.iface->iid, entry.iface, firstSink));
     }
 }
 

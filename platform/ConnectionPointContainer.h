@@ -14,8 +14,11 @@ namespace tessaly {
 class ConnectionPointContainer {
 public:
     // nullptr when out of memory.
-    static ConnectionPointContainer* Create(IConnectionPointContainer& owner, const CoClassInfo& coclass) noexcept;
-    ConnectionPointContainer(IConnectionPointContainer& owner, const CoClassInfo& coclass);
+    // `firstSink` is called when a connection point gets its first sink (see ConnectionPoint).
+    static ConnectionPointContainer* Create(IConnectionPointContainer& owner, const CoClassInfo& coclass,
+                                            ConnectionPoint::FirstSinkHook firstSink = nullptr) noexcept;
+    ConnectionPointContainer(IConnectionPointContainer& owner, const CoClassInfo& coclass,
+                             ConnectionPoint::FirstSinkHook firstSink = nullptr);
     ConnectionPointContainer(const ConnectionPointContainer&) = delete;
     ConnectionPointContainer& operator=(const ConnectionPointContainer&) = delete;
 

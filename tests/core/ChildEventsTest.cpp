@@ -88,6 +88,23 @@ Variant Held(IUnknown* object) {
     return Variant(dispatch.get());
 }
 
+// How many sinks are advised on the object's collection events.
+size_t SinkCount(IUnknown* object) {
+    ComPtr<IConnectionPointContainer> container;
+    EXPECT_EQ(object->QueryInterface(IConnectionPointContainer::iid, container.OutVoid()), S_OK);
+    ComPtr<IConnectionPoint> point;
+    EXPECT_EQ(container->FindConnectionPoint(DIID_ILuxCollectionEvents, point.Out()), S_OK);
+    ComPtr<IEnumConnections> connections;
+    EXPECT_EQ(point->EnumConnections(connections.Out()), S_OK);
+    size_t count = 0;
+    CONNECTDATA data{};
+    while (connections->Next(1, &data, nullptr) == S_OK) {
+        data.pUnk->Release();
+        ++count;
+    }
+    return count;
+}
+
 class ChildEventsTest : public CollectionFixture {};
 
 TEST_F(ChildEventsTest, ItemChangesReachTheContainerUpAChain) {
@@ -142,13 +159,14 @@ TEST_F(ChildEventsTest, ItemChangesReachTheContainerUpAChain) {
     ASSERT_EQ(outerChanges.size(), 1u);
     EXPECT_EQ(Read(outerChanges[0].value).sourceIndex, 0);
 
-    // The container's state changed with its item's.
+    // HasChanged is the container's own state: an item's change is announced, not stored.
     ComPtr<ILuxPersistArchive> persist = outer.As<ILuxPersistArchive>();
     ASSERT_EQ(persist->put_HasChanged(VARIANT_FALSE), S_OK);
     ASSERT_EQ(SetTag(inner.get(), 6), S_OK);
-    VARIANT_BOOL changed = VARIANT_FALSE;
+    EXPECT_EQ(outerLog.Take().size(), 1u);
+    VARIANT_BOOL changed = VARIANT_TRUE;
     ASSERT_EQ(persist->get_HasChanged(&changed), S_OK);
-    EXPECT_EQ(changed, VARIANT_TRUE);
+    EXPECT_EQ(changed, VARIANT_FALSE);
 }
 
 TEST_F(ChildEventsTest, ChildrenThatLeaveStopForwardingAtOnce) {
@@ -257,11 +275,12 @@ TEST_F(ChildEventsTest, AContainerThatHoldsItselfPassesAnEventOnOnce) {
     ChangeLog log(collection.get());
     ASSERT_EQ(SetTag(collection.get(), 1), S_OK);
     auto changes = log.Take();
-    // Its own and the same passed on once; the link to itself was advised before the log.
+    // Its own and the same passed on once; the link to itself is advised when the log (the
+    // first listener) is, after it.
     ASSERT_EQ(changes.size(), 2u);
-    EXPECT_EQ(changes[0].stateId, luxState_SubObjectEvent);
-    EXPECT_EQ(Read(changes[0].value).sourceIndex, 0);
-    EXPECT_EQ(changes[1].stateId, luxObject_Tag);
+    EXPECT_EQ(changes[0].stateId, luxObject_Tag);
+    EXPECT_EQ(changes[1].stateId, luxState_SubObjectEvent);
+    EXPECT_EQ(Read(changes[1].value).sourceIndex, 0);
     ASSERT_EQ(collection->Remove(Variant("self").get()), S_OK);  // break the cycle
 }
 
@@ -298,6 +317,56 @@ TEST_F(ChildEventsTest, ASuspendedContainerMergesForwardedEvents) {
     EXPECT_EQ(changes[0].stateId, luxState_MoreThanOneStateIDChanged);
     EXPECT_EQ(changes[0].value.vt(), VT_EMPTY);
     EXPECT_EQ(changes[0].areas, luxFA_Misc);
+}
+
+}  // namespace
+}  // namespace tessaly::test
+
+namespace tessaly::test {
+namespace {
+
+TEST_F(ChildEventsTest, ForwardingStartsWhenTheTopIsFirstListenedTo) {
+    auto outer = NewCollection();
+    auto middle = NewCollection();
+    auto inner = NewCollection();
+    ASSERT_EQ(Add(middle.get(), Held(inner.get())), S_OK);
+    ASSERT_EQ(Add(outer.get(), Held(middle.get())), S_OK);
+    // Nobody listens: no link sink anywhere.
+    EXPECT_EQ(SinkCount(middle.get()), 0u);
+    EXPECT_EQ(SinkCount(inner.get()), 0u);
+
+    // The first listener on the top links the whole chain below it.
+    ChangeLog log(outer.get());
+    EXPECT_EQ(SinkCount(middle.get()), 1u);
+    EXPECT_EQ(SinkCount(inner.get()), 1u);
+    ASSERT_EQ(SetTag(inner.get(), 3), S_OK);
+    auto changes = log.Take();
+    ASSERT_EQ(changes.size(), 1u);
+    EXPECT_EQ(Read(Read(changes[0].value).childValue).childStateId, luxObject_Tag);
+
+    // Items added later are linked at once.
+    auto late = NewCollection();
+    ASSERT_EQ(Add(inner.get(), Held(late.get())), S_OK);
+    log.Take();
+    EXPECT_EQ(SinkCount(late.get()), 1u);
+    ASSERT_EQ(SetTag(late.get(), 4), S_OK);
+    EXPECT_EQ(log.Take().size(), 1u);
+}
+
+TEST_F(ChildEventsTest, ASuspensionWithoutListenersStillCollectsChildChanges) {
+    auto outer = NewCollection();
+    auto child = NewCollection();
+    ASSERT_EQ(Add(outer.get(), Held(child.get())), S_OK);
+    ComPtr<ILuxChangeEventConfiguration> config = outer.As<ILuxChangeEventConfiguration>();
+    ASSERT_EQ(config->SuspendEventDelivery(), S_OK);
+    ASSERT_EQ(SetTag(child.get(), 1), S_OK);
+    // A listener that arrives before the resume receives the change merged meanwhile.
+    ChangeLog log(outer.get());
+    ASSERT_EQ(config->ResumeAndFireEvent(), S_OK);
+    auto changes = log.Take();
+    ASSERT_EQ(changes.size(), 1u);
+    EXPECT_EQ(changes[0].stateId, luxState_SubObjectEvent);
+    EXPECT_EQ(Read(changes[0].value).childStateId, luxObject_Tag);
 }
 
 }  // namespace

@@ -126,9 +126,12 @@ ComPtr<IConnectionPoint> ChangePoint(IUnknown* child) noexcept {
 
 }  // namespace
 
-ChildEventForwarder::ChildEventForwarder(ChildEventListener& listener) noexcept : listener_(listener) {}
+ChildEventForwarder::ChildEventForwarder(ChildEventListener& listener) noexcept : listener_(listener) {
+    listener_.forwarder_ = this;
+}
 
 ChildEventForwarder::~ChildEventForwarder() {
+    listener_.forwarder_ = nullptr;
     if (relay_) {
         std::lock_guard lock(relay_->mutex);
         relay_->listener = nullptr;
@@ -145,26 +148,56 @@ bool ChildEventForwarder::Link(IUnknown* child) noexcept {
         ++held->second.holds;
         return true;
     }
-    ComPtr<IConnectionPoint> point = ChangePoint(identity.get());
-    if (!point) return true;  // fires nothing to pass on
     decltype(links_)::iterator entry;
     try {
-        if (!relay_) relay_ = std::make_shared<Relay>(&listener_);  // made when first needed
-        entry = links_.try_emplace(identity.get()).first;  // room first: nothing can fail after Advise
+        entry = links_.try_emplace(identity.get()).first;
     } catch (const std::bad_alloc&) {
         return false;
     }
-    auto sink = ComPtr<LinkSink>::Attach(LinkSink::Create(relay_, identity.get()));
-    DWORD cookie = 0;
-    if (!sink || FAILED(point->Advise(sink->GetUnknown(), &cookie))) {
-        links_.erase(entry);
-        return false;
+    if (!Started()) return true;  // advised when forwarding starts
+    if (Advise(identity.get(), entry->second)) return true;
+    links_.erase(entry);
+    return false;
+}
+
+bool ChildEventForwarder::Advise(IUnknown* child, ChildLink& link) noexcept {
+    ComPtr<IConnectionPoint> point = ChangePoint(child);
+    if (!point) return true;  // fires nothing to pass on
+    if (!relay_) {
+        try {
+            relay_ = std::make_shared<Relay>(&listener_);  // made when first needed
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
     }
-    entry->second = ChildLink{identity.get(), std::move(point), std::move(sink), cookie, 1};
+    auto sink = ComPtr<LinkSink>::Attach(LinkSink::Create(relay_, child));
+    DWORD cookie = 0;
+    if (!sink || FAILED(point->Advise(sink->GetUnknown(), &cookie))) return false;
+    link.point = std::move(point);
+    link.sink = std::move(sink);
+    link.cookie = cookie;
     return true;
 }
 
+void ChildEventForwarder::Start() noexcept {
+    if (started_.exchange(true, std::memory_order_acq_rel)) return;
+    for (auto entry = links_.begin(); entry != links_.end();) {
+        // A child that cannot be advised (out of memory) is forgotten, as a failed Link is.
+        if (Advise(entry->first, entry->second))
+            ++entry;
+        else
+            entry = links_.erase(entry);
+    }
+}
+
+size_t ChildEventForwarder::AdvisedCount() const noexcept {
+    size_t advised = 0;
+    for (const auto& entry : links_) advised += entry.second.point ? 1 : 0;
+    return advised;
+}
+
 void ChildEventForwarder::Cut(ChildLink& link) noexcept {
+    if (!link.point) return;
     link.sink->Cut();
     link.point->Unadvise(link.cookie);
 }

@@ -30,11 +30,19 @@
 // An object held twice (in two entries) is linked once and unlinked when its last entry
 // goes; its events are passed on once, with the index of its first entry.
 //
-// Cost: linking advises one sink on the child's outgoing interface that carries Change.
-// A child's event that nobody would see on the container (no sink advised on it and
-// delivery not suspended) builds no event info: it only marks the container changed.
+// Cost: a container that nobody listens to only notes its children (one hash entry each).
+// The first sink advised on one of the container's outgoing interfaces, or the first
+// suspension of its delivery, starts the forwarding: from then on each child noted or
+// linked has one link sink advised on its outgoing interface that carries Change, and the
+// forwarding stays on for the container's life. A container that is itself a child starts
+// when its own container does (its container's link sink is its first sink), so a loaded
+// graph of ten thousand collections costs no advising until someone listens at its top.
+// A child's event that nobody would see (no sink on the container and delivery not
+// suspended) builds no event info. A child's change does not mark its container changed:
+// HasChanged reflects the object's own state, not its sub-objects'.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <unordered_map>
@@ -45,6 +53,8 @@
 namespace tessaly::core {
 
 // The container's side, as the forwarder sees it.
+class ChildEventForwarder;
+
 class ChildEventListener {
 public:
     // A reference on the container, unless it is being destroyed. Not virtual: a child
@@ -62,13 +72,19 @@ public:
     // listens.
     virtual void RaiseChildChange(const VARIANT& info, int32_t areas) noexcept = 0;
 
+    // The forwarder that passes on this container's children's events (registered by the
+    // forwarder's constructor), or null.
+    ChildEventForwarder* Forwarder() const noexcept { return forwarder_; }
+
 protected:
     using TryAddRefFunction = bool (*)(ChildEventListener*) noexcept;
     explicit ChildEventListener(TryAddRefFunction tryAddRef) noexcept : tryAddRef_(tryAddRef) {}
     ~ChildEventListener() = default;
 
 private:
+    friend class ChildEventForwarder;
     const TryAddRefFunction tryAddRef_;
+    ChildEventForwarder* forwarder_ = nullptr;
 };
 
 class ChildEventForwarder {
@@ -79,27 +95,37 @@ public:
     ChildEventForwarder& operator=(const ChildEventForwarder&) = delete;
 
     // Starts passing on the events of `child` (any interface of it; null and objects that
-    // fire no Change are ignored). False only when out of memory: the child's events are
-    // then not passed on.
+    // fire no Change are ignored), at once when forwarding has started, else when it starts.
+    // False only when out of memory: the child's events are then not passed on.
     bool Link(IUnknown* child) noexcept;
     // Stops passing them on once the last entry holding `child` has let it go.
     void Unlink(IUnknown* child) noexcept;
     void UnlinkAll() noexcept;
 
-    // How many distinct children are linked now.
+    // Starts forwarding: advises a link sink on every child noted so far. Called with the
+    // container's lock held, when someone first listens to the container; later calls do
+    // nothing.
+    void Start() noexcept;
+    bool Started() const noexcept { return started_.load(std::memory_order_acquire); }
+
+    // How many distinct children are noted now, and how many have a link sink advised.
     size_t LinkedCount() const noexcept { return links_.size(); }
+    size_t AdvisedCount() const noexcept;
 
     struct Relay;
     class LinkSink;
 
 private:
+    // A child noted by its identity. Before forwarding starts the container's own
+    // references keep it alive; once advised, `point` counts one more.
     struct ChildLink {
-        IUnknown* identity;             // the child's IUnknown, held through `point`
-        ComPtr<IConnectionPoint> point;  // counts a reference on the child
+        ComPtr<IConnectionPoint> point;  // null until advised (or when it fires no Change)
         ComPtr<LinkSink> sink;
-        DWORD cookie;
-        uint32_t holds;
+        DWORD cookie = 0;
+        uint32_t holds = 1;
     };
+    // Advises the link sink on `child`; false only when out of memory.
+    bool Advise(IUnknown* child, ChildLink& link) noexcept;
     static void Cut(ChildLink& link) noexcept;
 
     ChildEventListener& listener_;
@@ -107,6 +133,7 @@ private:
     // By the child's identity: a container of many objects links and unlinks each in
     // constant time.
     std::unordered_map<IUnknown*, ChildLink> links_;
+    std::atomic<bool> started_{false};
 };
 
 }  // namespace tessaly::core

@@ -95,8 +95,12 @@ public:
     // ILuxChangeEventConfiguration and its dispatch twin (one implementation serves both).
     HRESULT SuspendEventDelivery() override {
         return Guarded("SuspendEventDelivery", IID_ILuxChangeEventConfiguration, [&] {
-            ObjectLock::Guard guard(lock_);
-            if (!changes_.Suspend()) ThrowChangeEventError("the suspend count cannot grow any further");
+            {
+                ObjectLock::Guard guard(lock_);
+                if (!changes_.Suspend()) ThrowChangeEventError("the suspend count cannot grow any further");
+            }
+            // Changes of the children now merge into the pending change.
+            StartChildForwarding();
             return S_OK;
         });
     }
@@ -148,13 +152,22 @@ public:
         return changes_.SuspendCount() != 0;
     }
     int32_t ChildIndex(IUnknown*) noexcept override { return luxNoIndex; }
-    // A child's change is a change of the container's state: it marks the container changed.
+    // A child's change is announced, but HasChanged reflects the container's own state only.
     void RaiseChildChange(const VARIANT& info, int32_t areas) noexcept override {
-        RaiseChange(luxState_SubObjectEvent, info, areas);
+        RaiseChange(luxState_SubObjectEvent, info, areas, false);
     }
 
 protected:
     ccStdPersistAndChangeImpl() noexcept : ChildEventListener(&TryAddRefContainer) {}
+
+    // Someone listens now: a container starts passing on its children's events.
+    void OnFirstEventSink() noexcept override { StartChildForwarding(); }
+    void StartChildForwarding() noexcept {
+        ChildEventForwarder* forwarder = this->Forwarder();
+        if (!forwarder || forwarder->Started()) return;
+        ObjectLock::Guard guard(lock_);
+        forwarder->Start();
+    }
 
     // Announces a change that a setter has stored. Call it with the lock released. Fails
     // only when the value cannot be copied for the sinks.
