@@ -30,6 +30,8 @@ void* cc2XformLinear::operator new(size_t size) { return Pool().Allocate(size); 
 
 void cc2XformLinear::operator delete(void* block, size_t size) noexcept { Pool().Free(block, size); }
 
+const ccFixedBlockPool& cc2XformLinear::HeapPool() { return Pool(); }
+
 cc2XformLinear cc2XformLinear::FromStored(double m00, double m01, double m10, double m11, double tx, double ty,
                                           double determinant) noexcept {
     cc2XformLinear value(m00, m01, m10, m11, tx, ty);

@@ -26,6 +26,8 @@
 #include "xnl/std/base/cc2Vect.h"
 #include "xnl/std/math/cc2XformBase.h"
 
+class ccFixedBlockPool;
+
 class cc2XformLinear final : public cc2XformBase {
 public:
     // The identity.
@@ -141,6 +143,8 @@ public:
     // Heap instances come from the class's pool.
     static void* operator new(size_t size);
     static void operator delete(void* block, size_t size) noexcept;
+    // That pool, for leak checks.
+    static const ccFixedBlockPool& HeapPool();
 
 private:
     double tx_ = 0.0;
