@@ -1,0 +1,48 @@
+#include "com/transform/impl/SpaceTreeErrors.h"
+
+#include "TessalyCore.h"
+#include "com/core/ExceptionTable.h"
+#include "com/core/MessageTable.h"
+
+namespace tessaly::transform {
+
+namespace {
+
+using core::ExceptionRow;
+
+// The message names the failure (the exception's own message ID when it carries one, the
+// code's text otherwise); the details say which name.
+constexpr uint32_t kFlags = core::kTextMessage | core::kTextAppend | core::kTextDetailed;
+
+const ExceptionRow kSpaceTreeRows[] = {
+    {"", SpaceTreeErrors::DuplicateChildName::kCode, e_LuxSpaceTree_DuplicateChildName, kFlags,
+     e_LuxSpaceTree_DuplicateChildName},
+    {"", SpaceTreeErrors::InvalidNameSyntax::kCode, e_LuxSpaceTree_InvalidNameSyntax, kFlags,
+     e_LuxSpaceTree_InvalidNameSyntax},
+    {"", SpaceTreeErrors::NotInTree::kCode, e_LuxSpaceTree_NotInTree, kFlags, e_LuxSpaceTree_NotInTree},
+    {"", SpaceTreeErrors::NotUnique::kCode, e_LuxSpaceTree_NotUnique, kFlags, e_LuxSpaceTree_NotUnique},
+    {"", SpaceTreeErrors::BadArgument::kCode, E_INVALIDARG, kFlags, core::ids_Core_InvalidArg_1},
+};
+
+const core::ExceptionTableRegistrar registrar(kSpaceTreeRows);
+
+}  // namespace
+
+std::string SpaceTreeErrors::Quote(std::string_view name) {
+    constexpr size_t kShown = 64;
+    std::string text = "\"";
+    text += name.substr(0, kShown);
+    if (name.size() > kShown) text += "...";
+    text += '"';
+    return text;
+}
+
+void SpaceTreeErrors::ThrowSyntax(std::string_view name, int32_t messageId) {
+    throw InvalidNameSyntax("the name " + Quote(name) + " is refused", messageId);
+}
+
+void SpaceTreeErrors::ThrowBadArgument(const char* argument, const std::string& why) {
+    throw BadArgument(why, core::ids_Core_InvalidArg_1, {argument});
+}
+
+}  // namespace tessaly::transform
