@@ -7,6 +7,7 @@
 
 #include "com/core/ccCOMError.h"
 #include "com/transform/CLuxTransform2DComposed.h"
+#include "persist/ccArchive.h"
 #include "platform/ClassTable.h"
 #include "xnl/std/except/ccStdError.h"
 
@@ -100,9 +101,9 @@ void CLuxTransform2DLinear::PersistState(core::ArchiveAccess& archive) {
     Variant version;
     if (archive.Read("BaseVersion", version)) {
         if (FAILED(version.ChangeType(VT_I4)))
-            throw ccStdError::BadArgument("BaseVersion", ids_Lux_ReadInvalidProperty_1, {"BaseVersion"});
+            throw ccArchive::BadType("BaseVersion is not a number", ids_Lux_ReadInvalidProperty_1, {"BaseVersion"});
         if (version.get().lVal > baseVersion || version.get().lVal < 1)
-            throw ccStdError::BadArgument("BaseVersion", ids_Lux_ReadInvalidProperty_1, {"BaseVersion"});
+            throw ccArchive::UnknownVersion("BaseVersion " + std::to_string(version.get().lVal));
     }
     // The stored numbers land in stored_, which starts from the value after the reset (a
     // name the archive lacks keeps that number), and become the value together.

@@ -446,6 +446,29 @@ TEST_F(LinearTransformTest, PersistenceKeepsEveryNumberBitForBitInBothFormats) {
     ASSERT_EQ(core::CLuxArchive::Save(*persist, writer, luxPersistOptionAll), S_OK);
     EXPECT_EQ(writer.names, "BaseVersion,TranslationX,TranslationY,Elem00,Elem01,Elem10,Elem11,Determinant");
 
+    // Loading: a missing number keeps the new object's value; a newer base part is refused
+    // and leaves the object as it was.
+    {
+        auto archive = core::CLuxArchive::ForLoading(luxPersistOptionAll);
+        archive->AddEntry("BaseVersion", Variant(int32_t{1}));
+        archive->AddEntry("TranslationX", Variant(4.5));
+        auto target = NewLinear(3, 0, 0, 3, 1, 1);
+        auto log = Listen(target.get());
+        ComPtr<ILuxPersistArchive> loading;
+        ASSERT_EQ(target->QueryInterface(ILuxPersistArchive::iid, loading.OutVoid()), S_OK);
+        ASSERT_EQ(loading->Persist(archive.get(), luxPersistOptionAll), S_OK);
+        EXPECT_EQ(Elements(target.get()), (std::array<double, 6>{1, 0, 0, 1, 4.5, 0}));
+        EXPECT_EQ(log->Count(), 1u);
+
+        auto newer = core::CLuxArchive::ForLoading(luxPersistOptionAll);
+        newer->AddEntry("BaseVersion", Variant(int32_t{2}));
+        newer->AddEntry("TranslationX", Variant(7.0));
+        const State before = StateOf(target.get());
+        EXPECT_EQ(loading->Persist(newer.get(), luxPersistOptionAll), static_cast<HRESULT>(e_Lux_BadFileFormat));
+        EXPECT_EQ(StateOf(target.get()), before);
+        EXPECT_EQ(log->Count(), 1u);
+    }
+
     // Clone copies the value; the clone is independent.
     ComPtr<ILuxObject> object;
     ASSERT_EQ(singular->QueryInterface(IID_ILuxObject, object.OutVoid()), S_OK);
