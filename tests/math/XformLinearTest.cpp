@@ -1,6 +1,6 @@
-// The core linear transform: the angle normalisation at its boundaries, both
-// parametrisations and their exact corner cases, inversion and composition order, the
-// refusal of a singular matrix, batch mapping, and the archive layout read back bit for bit.
+// The core linear transform where the value class catches more than the object's tests:
+// the angle normalisation at its boundaries, building against decomposing, inversion and
+// composition order, batch mapping, the archive layout read back bit for bit, the pool.
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -55,54 +55,6 @@ TEST(AngleNormalisation, KeepsTheHalfOpenRangeAndFoldsPlusPiToMinusPi) {
         EXPECT_LT(normalized, kPi) << angle;
     }
     EXPECT_TRUE(std::isnan(X::NormalizeAngle(std::numeric_limits<double>::quiet_NaN())));
-}
-
-TEST(XformLinear, TheIdentityAndTheCachedDeterminant) {
-    cc2XformLinear value;
-    EXPECT_TRUE(value.IsIdentity(0));
-    EXPECT_EQ(value.Determinant(), 1);
-    const auto parts = value.DecomposeScalingAspectRotationSkew();
-    EXPECT_EQ(parts.scaling, 1);
-    EXPECT_EQ(parts.aspect, 1);
-    EXPECT_EQ(parts.rotation, 0);
-    EXPECT_EQ(parts.skew, 0);
-
-    value.SetElement(0, 1, 3);  // (1 3; 0 1)
-    EXPECT_EQ(value.Determinant(), 1);
-    value.SetElement(1, 0, 2);  // (1 3; 2 1)
-    EXPECT_EQ(value.Determinant(), -5);
-    value.SetMatrix(2, 0, 0, 4);
-    EXPECT_EQ(value.Determinant(), 8);
-    EXPECT_EQ(value.MapArea(-1.5), -12);
-    // A stored determinant is kept as stored.
-    EXPECT_EQ(cc2XformLinear::FromStored(2, 0, 0, 4, 0, 0, 7).Determinant(), 7);
-
-    EXPECT_TRUE(cc2XformLinear(1, 0, 0, 1, 1e-3, 0).IsMatrixIdentity(0));
-    EXPECT_FALSE(cc2XformLinear(1, 0, 0, 1, 1e-3, 0).IsIdentity(9e-4));
-    EXPECT_TRUE(cc2XformLinear(1, 0, 0, 1, 1e-3, 0).IsIdentity(1e-3));
-    // The singular test is tolerance >= |determinant|, so a determinant equal to it counts.
-    EXPECT_TRUE(cc2XformLinear(1e-3, 0, 0, 1, 0, 0).IsSingular(1e-3));
-    EXPECT_FALSE(cc2XformLinear(1e-3, 0, 0, 1, 0, 0).IsSingular(9.99e-4));
-    EXPECT_TRUE(cc2XformLinear(-1e-3, 0, 0, 1, 0, 0).IsSingular(1e-3));
-}
-
-TEST(XformLinear, MirrorsCarryTheirHandednessInTheSkew) {
-    const auto mirror = cc2XformLinear(1, 0, 0, -1, 0, 0).DecomposeScalingAspectRotationSkew();
-    EXPECT_EQ(mirror.scaling, 1);
-    EXPECT_EQ(mirror.aspect, 1);
-    EXPECT_EQ(mirror.rotation, 0);
-    EXPECT_TRUE(SameBits(mirror.skew, -kPi));
-
-    // A negative aspect or scaling builds a matrix that reads back positive.
-    const auto aspect = cc2XformLinear::FromScalingAspectRotationSkew(1, -2, 0, 0, 0, 0);
-    EXPECT_EQ(aspect.M11(), -2);
-    const auto parts = aspect.DecomposeScalingAspectRotationSkew();
-    EXPECT_EQ(parts.aspect, 2);
-    EXPECT_TRUE(SameBits(parts.skew, -kPi));
-    const auto flipped = cc2XformLinear::FromScalingAspectRotationSkew(-3, 1, 0, 0, 0, 0).DecomposeScalingsRotations();
-    EXPECT_EQ(flipped.scalingX, 3);
-    EXPECT_EQ(flipped.scalingY, 3);
-    EXPECT_NEAR(std::fabs(flipped.rotationX), kPi, 1e-15);
 }
 
 TEST(XformLinear, BuildingAndDecomposingAgree) {
