@@ -987,7 +987,8 @@ HRESULT CLuxCoordinateSpaceTree::MoveSubtree(BSTR SpaceName, BSTR NewParentSpace
 void CLuxCoordinateSpaceTree::PersistState(core::ArchiveAccess& archive) {
     if (archive.Saving()) {
         // Space nodes depth first (a parent before its children), the root as Space0; tree
-        // nodes after them, each naming its parent's space index.
+        // nodes after them, each naming its parent's space index and its place among that
+        // parent's children.
         const SpaceTreeStructure& structure = *structure_;
         std::vector<int32_t> spaceIndex(structure.nodes.size(), -1);
         std::vector<int32_t> spaces;
@@ -1035,6 +1036,7 @@ void CLuxCoordinateSpaceTree::PersistState(core::ArchiveAccess& archive) {
         for (size_t i = 0; i < trees.size(); ++i) {
             const SpaceNode& node = structure.nodes[trees[i]];
             writeInt(Key("Tree", i, "Parent"), spaceIndex[node.parent]);
+            writeInt(Key("Tree", i, "Position"), static_cast<int32_t>(PositionOf(structure, trees[i])));
             writeObject(Key("Tree", i, "Transform"), node.parentFromThis.get());
             writeObject(Key("Tree", i, "Tree"), node.grafted.get());
         }
@@ -1114,6 +1116,10 @@ void CLuxCoordinateSpaceTree::PersistState(core::ArchiveAccess& archive) {
     }
     for (int32_t i = 0; i < treeCount; ++i) {
         const int32_t parent = readParent("Tree", i, spaceCount);
+        // Its place among its parent's children; trees of one parent come in the order of
+        // their places, so inserting each at its own rebuilds the saved order.
+        int32_t position = -1;
+        readInt(Key("Tree", i, "Position"), false, position);
         const std::string transformKey = Key("Tree", i, "Transform");
         const std::string treeKey = Key("Tree", i, "Tree");
         if (!archive.Read(transformKey, value)) throw ccArchive::BadContent("the value " + transformKey + " is missing");
@@ -1127,7 +1133,7 @@ void CLuxCoordinateSpaceTree::PersistState(core::ArchiveAccess& archive) {
             throw ccArchive::BadContent("the tree " + treeKey + " holds this tree: the grafts would make a cycle");
         if (ChildNamed(*structure, parent, node.graftedTree->Snapshot()->Root().name) >= 0)
             throw ccArchive::BadContent("the root of " + treeKey + " has the name of another child of its parent");
-        Attach(*structure, parent, std::move(node));
+        Attach(*structure, parent, std::move(node), position < 0 ? SIZE_MAX : static_cast<size_t>(position));
     }
     archive.OnCommit([this, structure = StructurePtr(std::move(structure))]() mutable noexcept {
         std::swap(structure_, structure);
