@@ -101,7 +101,7 @@ const MessageText kEnglishTexts[] = {
     {e_LuxTransform_NotLinear, "The transform is not linear."},
     {e_LuxTransform_CantPopEmptyComposed, "The composed transform is empty: there is nothing to remove."},
     {e_LuxTransform_TooFewPointsLinFit, "There are too few points for a linear fit."},
-    {e_LuxTransform_Singular, "The transform is singular and cannot be inverted."},
+    {e_LuxTransform_Singular, "The transform is singular."},
     {e_LuxTransform_SingularPoint, "The transform is singular at this point."},
     // Coordinate space trees
     {e_LuxSpaceTree_DuplicateChildName, "The space already has a child with this name."},

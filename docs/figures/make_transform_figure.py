@@ -28,13 +28,13 @@ def px(x, y):
     return ORIGIN[0] + x * SCALE, ORIGIN[1] - y * SCALE
 
 
-def line(p, q, cls):
+def line(p, q, cls, extra=""):
     (x1, y1), (x2, y2) = px(*p), px(*q)
-    return f'<line x1="{x1:.1f}" y1="{y1:.1f}" x2="{x2:.1f}" y2="{y2:.1f}" class="{cls}"/>'
+    return f'<line x1="{x1:.1f}" y1="{y1:.1f}" x2="{x2:.1f}" y2="{y2:.1f}" class="{cls}"{extra}/>'
 
 
 def arrow(p, q, cls):
-    return line(p, q, cls + '" marker-end="url(#head-' + cls)
+    return line(p, q, cls, f' marker-end="url(#head-{cls})"')
 
 
 def text(p, content, cls="label", dx=0, dy=0):
