@@ -116,7 +116,7 @@ void Search(const SpaceRef& start, std::string_view name, bool withStart, std::v
     while (!pending.empty() && found.size() < limit) {
         SpaceRef space = std::move(pending.back());
         pending.pop_back();
-        if (SameName(space.Name(), name)) found.push_back(space);
+        if (NodeNamed(space.Node(), name)) found.push_back(space);
         std::vector<SpaceRef> children = space.Children();
         for (auto it = children.rbegin(); it != children.rend(); ++it) pending.push_back(std::move(*it));
     }
