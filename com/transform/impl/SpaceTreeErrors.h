@@ -1,4 +1,4 @@
-// The refusals of the coordinate space trees (family 0x01F). Each maps to its
+// The refusals of the coordinate space trees (family 0x011). Each maps to its
 // e_LuxSpaceTree_* code; the description is a message text followed, on the next line, by
 // what was refused:
 //
@@ -25,11 +25,11 @@ class SpaceTreeErrors {
 public:
     using Errors = ccErrorFamily<"SpaceTreeErrors">;
 
-    using DuplicateChildName = ccError<Errors, "SpaceTreeErrors::DuplicateChildName", 0x101F0001>;
-    using InvalidNameSyntax = ccError<Errors, "SpaceTreeErrors::InvalidNameSyntax", 0x101F0002>;
-    using NotInTree = ccError<Errors, "SpaceTreeErrors::NotInTree", 0x101F0003>;
-    using NotUnique = ccError<Errors, "SpaceTreeErrors::NotUnique", 0x101F0004>;
-    using BadArgument = ccError<Errors, "SpaceTreeErrors::BadArgument", 0x101F0005>;
+    using DuplicateChildName = ccError<Errors, "SpaceTreeErrors::DuplicateChildName", 0x10110001>;
+    using InvalidNameSyntax = ccError<Errors, "SpaceTreeErrors::InvalidNameSyntax", 0x10110002>;
+    using NotInTree = ccError<Errors, "SpaceTreeErrors::NotInTree", 0x10110003>;
+    using NotUnique = ccError<Errors, "SpaceTreeErrors::NotUnique", 0x10110004>;
+    using BadArgument = ccError<Errors, "SpaceTreeErrors::BadArgument", 0x10110005>;
 
     [[noreturn]] static void ThrowSyntax(std::string_view name, int32_t messageId);
     [[noreturn]] static void ThrowBadArgument(const char* argument, const std::string& why);
