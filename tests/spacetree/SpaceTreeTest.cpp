@@ -1,6 +1,8 @@
 // Looking up, formatting and changing a tree through its interface: the three name formats,
 // simple, full and partial names, each structural change with its events and arguments, the
 // duplicate policies, and refusals that leave the tree as it was and fire nothing.
+#include <thread>
+
 #include "com/transform/CLuxCoordinateSpaceTree.h"
 #include "spacetree/SpaceTreeFixture.h"
 
@@ -404,6 +406,44 @@ TEST_F(SpaceTreeTest, NullOutPointersAndArgumentsAreRefused) {
     ExpectRefused(tree->AddTree(Bstr("^").get(), other.get(), nullptr, VARIANT_TRUE, luxAddSpaceDuplicateIsError),
                   E_INVALIDARG, ids_Lux_InvalidArgNull_1, "AddTree", {"ParentFromTreeRoot"});
     EXPECT_EQ(All(tree.get()), "@|@\\Fixture|@\\Fixture\\Part|@\\Camera");
+}
+
+TEST_F(SpaceTreeTest, ChangesFromSeveralThreadsAreNeitherLostNorTorn) {
+    // Each change is worked out on a snapshot and committed only if the snapshot is still
+    // the present one: racing writers retry, readers always see a whole tree.
+    auto tree = NewTree();
+    ASSERT_EQ(Add(tree.get(), "^", "Base", Shift(1, 0).get()), S_OK);
+    constexpr int kWriters = 4;
+    constexpr int kEach = 40;
+    std::vector<std::thread> threads;
+    std::atomic<bool> torn{false};
+    for (int w = 0; w < kWriters; ++w) {
+        threads.emplace_back([&, w] {
+            for (int i = 0; i < kEach; ++i) {
+                const std::string name = "S" + std::to_string(w) + "_" + std::to_string(i);
+                if (FAILED(Add(tree.get(), i % 2 ? "Base" : "^", name.c_str(), Shift(0, 1).get()))) torn = true;
+                if (i % 5 == 4 && FAILED(tree->DeleteSubtree(Bstr(name).get()))) torn = true;
+            }
+        });
+    }
+    threads.emplace_back([&] {
+        for (int i = 0; i < 200; ++i) {
+            ComPtr<ILuxStringCollection> names;
+            if (FAILED(tree->AllChildNames(Bstr("^").get(), luxSpaceTreePathnameFull, VARIANT_FALSE, names.Out())))
+                torn = true;
+            ComPtr<ILuxTransform2D> transform;
+            if (FAILED(tree->GetTransform(Bstr("^").get(), Bstr("@\\Base").get(), transform.Out()))) torn = true;
+        }
+    });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_FALSE(torn);
+    ComPtr<ILuxStringCollection> names;
+    ASSERT_EQ(tree->AllChildNames(Bstr("^").get(), luxSpaceTreePathnameNone, VARIANT_TRUE, names.Out()), S_OK);
+    LONG count = 0;
+    ASSERT_EQ(names->get_Count(&count), S_OK);
+    EXPECT_EQ(count, 1 + kWriters * (kEach - kEach / 5));
+    EXPECT_EQ(Lookup(tree.get(), "S3_37"), "@\\Base\\S3_37");
+    EXPECT_EQ(Lookup(tree.get(), "S2_38"), "@\\S2_38");
 }
 
 }  // namespace
