@@ -149,6 +149,24 @@ TEST_F(SpaceTreeTransformTest, AHeldTransformIsSeenAndPassesItsChangeOnUntilItLe
     EXPECT_EQ(sink->Take(), "");
 }
 
+TEST_F(SpaceTreeTransformTest, AHeldTransformOrGraftedTreeNeverKeepsItsHolderAlive) {
+    auto held = Shift(1, 0);
+    auto robot = NewTree();
+    const LONG before = Module::LiveObjectCount();
+    {
+        auto tree = Sample();
+        ASSERT_EQ(tree->ChangeTransform(Bstr("Part").get(), Base(held.get()).get(), VARIANT_FALSE), S_OK);
+        ASSERT_EQ(Graft(tree.get(), "Camera", robot.get(), held.get(), false), S_OK);
+        auto sink = Listen(tree.get());  // forwarding is on: link sinks are advised on both
+        ASSERT_EQ(held->put_TranslationX(2), S_OK);
+        EXPECT_EQ(sink->Take(), kForwarded);
+    }
+    // The tree is gone although the transform and the grafted tree it held are not.
+    EXPECT_EQ(Module::LiveObjectCount(), before);
+    ASSERT_EQ(held->put_TranslationX(3), S_OK);
+    ASSERT_EQ(Add(robot.get(), "^", "Gripper"), S_OK);
+}
+
 TEST_F(SpaceTreeTransformTest, AGraftedTreeIsSharedByReference) {
     auto tree = Sample();
     auto robot = NewTree();
