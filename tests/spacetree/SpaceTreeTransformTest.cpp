@@ -273,52 +273,5 @@ TEST_F(SpaceTreeTransformTest, GraftsThatWouldMakeACycleAreRefused) {
     ASSERT_EQ(outer->DeleteSubtree(Bstr("^\\@").get()), S_OK);
 }
 
-TEST_F(SpaceTreeTransformTest, OnlyThisLibrarysTreesCanBeGrafted) {
-    // Any other object answering the interface is refused by name.
-    class Foreign final : public UnknownObject<Foreign, ILuxCoordinateSpaceTree> {
-    public:
-        HRESULT GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
-        HRESULT GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-        HRESULT GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
-        HRESULT Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override {
-            return E_NOTIMPL;
-        }
-        HRESULT get_RootName(BSTR*) override { return E_NOTIMPL; }
-        HRESULT put_RootName(BSTR) override { return E_NOTIMPL; }
-        HRESULT ResolvePartialName(BSTR, BSTR, BSTR*) override { return E_NOTIMPL; }
-        HRESULT LookUpName(BSTR, LuxSpaceTreePathnameConstants, BSTR*) override { return E_NOTIMPL; }
-        HRESULT ParentName(BSTR, LuxSpaceTreePathnameConstants, BSTR*) override { return E_NOTIMPL; }
-        HRESULT ChildNames(BSTR, LuxSpaceTreePathnameConstants, ILuxStringCollection**) override { return E_NOTIMPL; }
-        HRESULT AllChildNames(BSTR, LuxSpaceTreePathnameConstants, VARIANT_BOOL, ILuxStringCollection**) override {
-            return E_NOTIMPL;
-        }
-        HRESULT FindNames(BSTR, ILuxStringCollection**) override { return E_NOTIMPL; }
-        HRESULT VerifyName(BSTR, LuxSpaceTreePathnameConstants, BSTR*, VARIANT_BOOL*) override { return E_NOTIMPL; }
-        HRESULT VerifyChild(BSTR, BSTR, LuxSpaceTreePathnameConstants, VARIANT_BOOL, BSTR*, VARIANT_BOOL*) override {
-            return E_NOTIMPL;
-        }
-        HRESULT AddSpace(BSTR, BSTR, ILuxTransform2D*, VARIANT_BOOL, LuxAddSpaceConstants) override { return E_NOTIMPL; }
-        HRESULT AddSpaceEx(BSTR, BSTR, ILuxTransform2D*, LONG, LONG, LONG, LONG) override { return E_NOTIMPL; }
-        HRESULT AddTree(BSTR, ILuxCoordinateSpaceTree*, ILuxTransform2D*, VARIANT_BOOL, LuxAddSpaceConstants) override {
-            return E_NOTIMPL;
-        }
-        HRESULT GetTransform(BSTR, BSTR, ILuxTransform2D**) override { return E_NOTIMPL; }
-        HRESULT ChangeName(BSTR, BSTR) override { return E_NOTIMPL; }
-        HRESULT ChangeTransform(BSTR, ILuxTransform2D*, VARIANT_BOOL) override { return E_NOTIMPL; }
-        HRESULT DeleteSubtree(BSTR) override { return E_NOTIMPL; }
-        HRESULT CopySubtree(BSTR, ILuxCoordinateSpaceTree**) override { return E_NOTIMPL; }
-        HRESULT MoveSubtree(BSTR, BSTR, LuxAddSpaceConstants) override { return E_NOTIMPL; }
-
-    private:
-        friend class UnknownObject<Foreign, ILuxCoordinateSpaceTree>;
-        ~Foreign() override = default;
-    };
-    auto tree = Sample();
-    auto foreign = ComPtr<ILuxCoordinateSpaceTree>::Attach(static_cast<ILuxCoordinateSpaceTree*>(Foreign::Create()));
-    ExpectRefused(Graft(tree.get(), "^", foreign.get(), Shift(0, 0).get()), E_INVALIDARG, core::ids_Core_InvalidArg_1,
-                  "AddTree", {"TreeToAdd"});
-    EXPECT_EQ(All(tree.get()), "@|@\\Fixture|@\\Fixture\\Part|@\\Camera");
-}
-
 }  // namespace
 }  // namespace tessaly::test
