@@ -755,8 +755,9 @@ HRESULT CLuxCoordinateSpaceTree::GetTransform(BSTR ToSpaceName, BSTR FromSpaceNa
             up(to, ancestorFromTo);
         }
         if (linear) {
+            // One object for the result, handed out as its ILuxTransform2D.
             *ToFromFrom = CLuxTransform2DLinear::FromValue(ancestorFromTo.Inverse().Compose(ancestorFromFrom))
-                              .Detach();  // the object's first interface is ILuxTransform2DLinear : ILuxTransform2D
+                              .Detach();
             return;
         }
 
