@@ -43,7 +43,7 @@ ComPtr<CLuxArchive> CLuxArchive::ForLoading(int32_t options) {
 void CLuxArchive::AddEntry(std::string_view name, Variant&& value) {
     CheckLoading("AddEntry");
     ObjectLock::Guard lock(lock_);
-    if (FindLocked(name) >= 0)
+    if (HasNameLocked(name))
         throw ccArchive::Duplicate("the name " + CollectionErrors::Quote(name) + " is stored twice in one object");
     AppendLocked(name, std::move(value));
 }
@@ -80,6 +80,7 @@ void CLuxArchive::AppendLocked(std::string_view name, Variant&& value) {
     const size_t before = entries_.size();
     entries_.push_back(Entry{Name{std::string(name)}, std::move(value)});
     names_.Inserted(static_cast<int32_t>(before), name, before);
+    nameSummary_ |= SummaryBit(name);
 }
 
 void CLuxArchive::CheckLoading(const char* what) const {
@@ -97,7 +98,7 @@ void CLuxArchive::Write(std::string_view name, const VARIANT& value) {
     bool holdBack;
     {
         ObjectLock::Guard lock(lock_);
-        if (FindLocked(name) >= 0)
+        if (HasNameLocked(name))
             throw ccArchive::Duplicate("the name " + CollectionErrors::Quote(name) + " is written twice by one object");
         holdBack = heldBackFrom_ != SIZE_MAX || MayHoldObject(resolved.vt);
         Variant copy;

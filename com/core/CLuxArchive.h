@@ -113,6 +113,23 @@ private:
     void CheckSaving(const char* what) const;
     // Index of a name, or -1; call with the lock held.
     int32_t FindLocked(std::string_view name) const noexcept { return names_.Find(name, entries_); }
+    // Whether an entry has this name already; call with the lock held. Most names are new,
+    // and the summary of names answers that without a search.
+    bool HasNameLocked(std::string_view name) const noexcept {
+        return (nameSummary_ & SummaryBit(name)) != 0 && FindLocked(name) >= 0;
+    }
+    // One of 64 bits chosen by a name's length and its first and last characters, letters
+    // folded as names compare: names equal in any case share their bit.
+    static uint64_t SummaryBit(std::string_view name) noexcept {
+        if (name.empty()) return 1;
+        const auto fold = [](char c) noexcept -> uint32_t {
+            const auto byte = static_cast<unsigned char>(c);
+            return byte >= 'A' && byte <= 'Z' ? byte + ('a' - 'A') : byte;
+        };
+        const uint32_t mixed = static_cast<uint32_t>(name.size()) * 0x9E3779B1u ^ fold(name.back()) * 0x85EBCA77u ^
+                               fold(name.front()) * 0xC2B2AE3Du;
+        return uint64_t{1} << (mixed >> 26);
+    }
     // The same for a value being read. An object reads its values in the order it saved
     // them, so the entry after the last one read is tried before any search.
     int32_t FindToReadLocked(std::string_view name) const noexcept;
@@ -127,6 +144,7 @@ private:
     std::vector<Entry> entries_;
     // Names are mostly found by the read-order hint: a table pays off only for large archives.
     collection::KeyIndex names_{16};
+    uint64_t nameSummary_ = 0;  // SummaryBit of every name appended
     mutable size_t nextRead_ = 0;  // the entry after the last one read
 };
 
