@@ -1,0 +1,3 @@
+#include "xnl/std/pelbuf/ccPelDisposable.h"
+
+ccPelDisposable::~ccPelDisposable() = default;
