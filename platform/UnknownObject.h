@@ -24,6 +24,7 @@
 #include <cstdint>
 #include <cstring>
 #include <new>
+#include <typeinfo>
 #include <type_traits>
 #include <utility>
 
@@ -171,7 +172,10 @@ public:
         if (FAILED(any->QueryInterface(detail::kImplementationIid, &answered)) || !answered) return nullptr;
         auto* unknown = static_cast<IUnknown*>(answered);
         unknown->Release();  // only our objects answer, and none of them dies of it
-        // The C++ class tells apart classes that share interfaces or a coclass.
+        // The C++ class tells apart classes that share interfaces or a coclass. An object of
+        // exactly this class (the common case) is reached from its IUnknown by plain casts;
+        // only a class derived from it needs the slower cross-cast.
+        if (typeid(*unknown) == typeid(Derived)) return static_cast<Derived*>(static_cast<Identity*>(unknown));
         return dynamic_cast<Derived*>(unknown);
     }
 

@@ -43,15 +43,19 @@ size_t ReferencedValueSize(VARTYPE vt) noexcept;
 // bool → VT_BOOL, text → VT_BSTR, an object → VT_DISPATCH or VT_UNKNOWN with a reference).
 class Variant {
 public:
-    Variant() noexcept { VariantInit(&value_); }
+    // Empty values, numbers and dates own nothing: making, moving and ending them stays
+    // inline, since most values a load or an event passes are of that kind.
+    Variant() noexcept : value_{} {}
     Variant(const VARIANT& value);  // a copy; throws std::bad_alloc when it cannot be made
     Variant(const Variant& other) : Variant(other.value_) {}
-    Variant(Variant&& other) noexcept : value_(other.value_) { VariantInit(&other.value_); }
+    Variant(Variant&& other) noexcept : value_(other.value_) { other.value_ = VARIANT{}; }
     Variant& operator=(Variant other) noexcept {
         std::swap(value_, other.value_);
         return *this;
     }
-    ~Variant() { VariantClear(&value_); }
+    ~Variant() {
+        if (value_.vt > VT_DATE) VariantClear(&value_);
+    }
 
     explicit Variant(int32_t value) noexcept;
     explicit Variant(int64_t value) noexcept;
