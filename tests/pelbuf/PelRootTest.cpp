@@ -39,6 +39,7 @@ void ExpectAlignedLayout(int32_t width, int32_t height, int32_t alignment) {
     EXPECT_EQ(root->RowPitchBytes(), static_cast<ptrdiff_t>(root->Pitch()) * static_cast<ptrdiff_t>(sizeof(T)));
     for (int32_t y = 0; y < height; ++y) {
         EXPECT_EQ(reinterpret_cast<uintptr_t>(root->RowPointer(y)) % static_cast<uintptr_t>(alignment), 0u) << y;
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(root->RowPointer(y)) % alignof(T), 0u) << y;
         for (int32_t x = 0; x < width; ++x) EXPECT_EQ(root->RowPointer(y)[x], T{}) << x << ", " << y;
     }
     EXPECT_NO_THROW(root->CheckIntegrity());

@@ -27,17 +27,19 @@ template <class T>
 ccPelRootOwn<T>::ccPelRootOwn(int32_t width, int32_t height, int32_t alignment) : alignment_(alignment) {
     if (height < 0) throw ccStdError::OutOfRange("height " + std::to_string(height));
     const int32_t pitch = PaddedPitch(width, alignment);
+    // Row 0 sits on the alignment and on the pixel type's own (an alignment of 12 for
+    // doubles puts it on 24); later rows follow whole pitches, which keep both.
+    const size_t start = std::lcm(static_cast<size_t>(alignment), alignof(T));
     size_t bytes = 0;
     if (__builtin_mul_overflow(static_cast<size_t>(height), static_cast<size_t>(pitch), &bytes) ||
-        __builtin_mul_overflow(bytes, sizeof(T), &bytes) ||
-        __builtin_add_overflow(bytes, static_cast<size_t>(alignment) - 1, &bytes) ||
+        __builtin_mul_overflow(bytes, sizeof(T), &bytes) || __builtin_add_overflow(bytes, start - 1, &bytes) ||
         bytes > static_cast<size_t>(std::numeric_limits<ptrdiff_t>::max()))
         throw std::bad_alloc();
     block_.reset(new std::byte[bytes]());
     blockBytes_ = bytes;
-    // The first address at or after the block's start that the alignment divides.
-    const uintptr_t start = reinterpret_cast<uintptr_t>(block_.get());
-    const uintptr_t skip = (alignment - start % static_cast<uintptr_t>(alignment)) % static_cast<uintptr_t>(alignment);
+    // The first address at or after the block's start that `start` divides.
+    const uintptr_t address = reinterpret_cast<uintptr_t>(block_.get());
+    const uintptr_t skip = (start - address % start) % start;
     this->SetMemory(width, height, pitch, reinterpret_cast<T*>(block_.get() + skip));
 }
 
@@ -55,7 +57,8 @@ void ccPelRootOwn<T>::CheckIntegrity() const {
     const uintptr_t row0 = reinterpret_cast<uintptr_t>(this->Row0Bytes());
     const uintptr_t start = reinterpret_cast<uintptr_t>(block_.get());
     if (!block_ || row0 < start) throw ccPel::Unknown("the root's row 0 lies outside its own block");
-    if (row0 % static_cast<uintptr_t>(alignment_) != 0) throw ccPel::Unknown("the root's row 0 is not aligned");
+    if (row0 % static_cast<uintptr_t>(alignment_) != 0 || row0 % alignof(T) != 0)
+        throw ccPel::Unknown("the root's row 0 is not aligned");
     const uintptr_t end = row0 + static_cast<uintptr_t>(this->Height()) * static_cast<uintptr_t>(this->RowPitchBytes());
     if (this->RowPitchBytes() < 0 || end > start + blockBytes_)
         throw ccPel::Unknown("the root's rows run past its own block");

@@ -4,9 +4,11 @@
 // Layout for width w, height h and an alignment of a bytes (images pass 32):
 //  - the pitch is the smallest number of pixels w + p (p >= 0) whose bytes are a multiple
 //    of a: w + p = w rounded up to a multiple of a / gcd(a, sizeof(T));
-//  - the block holds h x pitch x sizeof(T) + a - 1 bytes, and row 0 starts at the first
-//    address in it that is a multiple of a.
-// So every row starts on an a-byte boundary. An alignment below 1 is refused
+//  - row 0 starts at the first address of the block that is a multiple of a and of the
+//    type's own alignment (the two are the same for every a images use: 32 is a multiple
+//    of every pixel type's alignment); the block holds h x pitch x sizeof(T) bytes and
+//    what the start may skip.
+// So every row starts on an a-byte boundary, and no pixel is misaligned for its type. An alignment below 1 is refused
 // (ccStdError::BadArgument), a negative size too (ccStdError::OutOfRange); a block too
 // large for the address space, like a failed allocation, ends in std::bad_alloc.
 //
