@@ -1,6 +1,7 @@
 #include "com/core/CLuxArchive.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string>
 
 #include "com/core/CLuxCollection.h"
@@ -40,6 +41,14 @@ ComPtr<CLuxArchive> CLuxArchive::ForLoading(int32_t options) {
     return archive;
 }
 
+void CLuxArchive::ClearForLoading() noexcept {
+    ObjectLock::Guard lock(lock_);
+    entries_.clear();
+    names_.Clear();
+    nameSummary_ = 0;
+    nextRead_ = 0;
+}
+
 void CLuxArchive::AddEntry(std::string_view name, Variant&& value) {
     CheckLoading("AddEntry");
     ObjectLock::Guard lock(lock_);
@@ -64,7 +73,12 @@ size_t CLuxArchive::EntryCount() const {
 
 int32_t CLuxArchive::FindToReadLocked(std::string_view name) const noexcept {
     int32_t at;
-    if (nextRead_ < entries_.size() && collection::KeyEqual()(entries_[nextRead_].key.view(), name))
+    // The same code wrote and reads the names: they nearly always match byte for byte.
+    const auto expected = [&](std::string_view stored) noexcept {
+        return stored.size() == name.size() &&
+               (std::memcmp(stored.data(), name.data(), name.size()) == 0 || collection::KeyEqual()(stored, name));
+    };
+    if (nextRead_ < entries_.size() && expected(entries_[nextRead_].key.view()))
         at = static_cast<int32_t>(nextRead_);
     else
         at = FindLocked(name);

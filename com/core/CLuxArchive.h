@@ -41,6 +41,8 @@ public:
     // `options` as Persist receives them; the saving bit is set or cleared here.
     static ComPtr<CLuxArchive> ForSaving(ArchiveWriter& writer, int32_t options);
     static ComPtr<CLuxArchive> ForLoading(int32_t options);
+    // Empties a loading archive for another object's values, keeping its room.
+    void ClearForLoading() noexcept;
 
     // Runs `object`'s Persist with a new saving archive over `writer`, then, with no lock
     // of the object held, writes the values it held back. Returns Persist's result (its

@@ -393,10 +393,12 @@ private:
     }
 
     void Complete(Pending& pending) {
-        if (pending.archive)
+        if (pending.archive) {
             loader_.LoadEntries(pending.object, *pending.archive);
-        else
+            loader_.Recycle(std::move(pending.archive));
+        } else {
             loader_.LoadStream(pending.object, pending.bytes);
+        }
     }
 
     // A non-owning pointer to the object (the loader keeps it), or null.

@@ -122,7 +122,25 @@ IDispatch* ObjectGraphLoader::Find(uint32_t id) const noexcept {
     return object;
 }
 
-ComPtr<CLuxArchive> ObjectGraphLoader::NewArchive() const { return CLuxArchive::ForLoading(options_); }
+ComPtr<CLuxArchive> ObjectGraphLoader::NewArchive() {
+    if (spareArchives_.empty()) return CLuxArchive::ForLoading(options_);
+    ComPtr<CLuxArchive> archive = std::move(spareArchives_.back());
+    spareArchives_.pop_back();
+    return archive;
+}
+
+void ObjectGraphLoader::Recycle(ComPtr<CLuxArchive> archive) noexcept {
+    constexpr size_t kSpares = 16;
+    if (!archive || spareArchives_.size() >= kSpares) return;
+    archive->AddRef();
+    if (archive->Release() != 1) return;  // held elsewhere too: left to its holders
+    archive->ClearForLoading();
+    try {
+        spareArchives_.push_back(std::move(archive));
+    } catch (const std::bad_alloc&) {
+        // Not kept: the next archive is made anew.
+    }
+}
 
 namespace {
 

@@ -48,7 +48,11 @@ public:
     // The object with a number, or null.
     IDispatch* Find(uint32_t id) const noexcept;
 
-    ComPtr<CLuxArchive> NewArchive() const;
+    // An empty loading archive: one given back by Recycle, else a new one.
+    ComPtr<CLuxArchive> NewArchive();
+    // Takes back an archive whose object has loaded, for the next NewArchive, unless
+    // someone else still holds it (an object may keep the archive it was given).
+    void Recycle(ComPtr<CLuxArchive> archive) noexcept;
     // Loads one object: resets an existing object (unless the options say not to), then
     // PreLoad, then Persist with the values read, which resets nothing more. An existing
     // object's events of the reset and the load are delivered as one change. A failure of
@@ -78,6 +82,10 @@ private:
 
     int32_t options_;
     ComPtr<IDispatch> existing_;
+    // Archives given back, kept for reuse: a graph of many small objects would otherwise
+    // make and free an archive and its entries per object. As many as objects nest deep
+    // at most, and few.
+    std::vector<ComPtr<CLuxArchive>> spareArchives_;
     struct Loaded {
         ComPtr<IDispatch> object;
         bool created;
