@@ -46,7 +46,7 @@ namespace tessaly::core {
 // Refuses null [out] pointers inside a guarded body.
 template <class... Out>
 void RequireOut(Out*... out) {
-    if (((out == nullptr) || ...)) [[unlikely]]
+    if ((!out || ...)) [[unlikely]]
         ThrowNullOutPointer();
 }
 
