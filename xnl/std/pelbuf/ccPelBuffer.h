@@ -3,7 +3,9 @@
 //
 // As with counted handles, the constness of the buffer object is not that of its pixels:
 // a const ccPelBuffer<T>& still writes them (the buffer is a view, its window and
-// transform are what const protects).
+// transform are what const protects). Rebinding or assigning through a reference to the
+// read-only base would put a read-only root under a read-write buffer: rebind through
+// this class (SetRoot takes a read-write handle).
 //
 //     ccPelBuffer<uint8_t> image(640, 480);          // a new root of its own, rows aligned to 32 bytes
 //     image.Set(3, 4, 7);
