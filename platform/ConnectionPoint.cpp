@@ -217,7 +217,7 @@ void ConnectionPoint::Fire(DISPID dispid, DISPPARAMS& params) const noexcept {
         UINT argErr = 0;
         connection.sink->Invoke(dispid, GUID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, &result, nullptr,
                                 &argErr);
-        VariantClear(&result);
+        if (result.vt != VT_EMPTY) VariantClear(&result);  // an event's sink returns nothing, as a rule
     }
 }
 

@@ -174,8 +174,7 @@ protected:
     HRESULT RaiseChange(int32_t stateId, const VARIANT& value, int32_t areas, bool markChanged = true) noexcept {
         if (markChanged) SetHasChanged(true);
         const VARIANT& passed = stateId == luxState_MoreThanOneStateIDChanged ? Empty() : value;
-        VARIANT copy;
-        VariantInit(&copy);
+        VARIANT copy{};
         int32_t allAreas;
         {
             ObjectLock::Guard guard(lock_);
