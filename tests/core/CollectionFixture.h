@@ -19,6 +19,7 @@
 #include "platform/Module.h"
 #include "platform/UnknownObject.h"
 #include "platform/Variant.h"
+#include "support/LiveObjectFixture.h"
 
 namespace tessaly::test {
 
@@ -82,18 +83,8 @@ private:
     bool methodFlags_ = true;
 };
 
-class CollectionFixture : public ::testing::Test {
-protected:
-    void SetUp() override { live_ = Module::LiveObjectCount(); }
-    void TearDown() override { EXPECT_EQ(Module::LiveObjectCount(), live_) << "objects left alive"; }
-
+class CollectionFixture : public LiveObjectFixture {
 public:
-    template <class I>
-    static ComPtr<I> Make(const char* progId) {
-        ComPtr<I> object;
-        EXPECT_EQ(CreateObject(progId, I::iid, object.OutVoid()), S_OK);
-        return object;
-    }
     static ComPtr<ILuxCollection> NewCollection() { return Make<ILuxCollection>("Tessaly.LuxCollection"); }
     static ComPtr<ILuxStringCollection> NewStrings() { return Make<ILuxStringCollection>("Tessaly.LuxStringCollection"); }
 
@@ -150,9 +141,6 @@ public:
         EXPECT_EQ(collection->FindKey(Bstr(key).get(), &index), S_OK);
         return index;
     }
-
-private:
-    LONG live_ = 0;
 };
 
 // Adds an item under a key at an index, as clients do.

@@ -14,22 +14,13 @@
 #include "TessalyCore.h"
 #include "com/core/MessageTable.h"
 #include "core/CollectionFixture.h"
+#include "support/LiveObjectFixture.h"
 #include "support/RecordedError.h"
 
 namespace tessaly::test {
 
-class SpaceTreeFixture : public ::testing::Test {
-protected:
-    void SetUp() override { live_ = Module::LiveObjectCount(); }
-    void TearDown() override { EXPECT_EQ(Module::LiveObjectCount(), live_) << "objects left alive"; }
-
+class SpaceTreeFixture : public LiveObjectFixture {
 public:
-    template <class I>
-    static ComPtr<I> Make(const char* progId) {
-        ComPtr<I> object;
-        EXPECT_EQ(CreateObject(progId, I::iid, object.OutVoid()), S_OK);
-        return object;
-    }
     static ComPtr<ILuxCoordinateSpaceTree> NewTree() {
         return Make<ILuxCoordinateSpaceTree>("Tessaly.LuxCoordinateSpaceTree");
     }
@@ -158,9 +149,6 @@ public:
         EXPECT_EQ(Add(tree.get(), "@", "Camera", Linear(2, 0, 0, 2, 0, 0).get()), S_OK);
         return tree;
     }
-
-private:
-    LONG live_ = 0;
 };
 
 }  // namespace tessaly::test

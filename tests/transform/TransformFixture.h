@@ -24,6 +24,7 @@
 #include "platform/UnknownObject.h"
 #include "platform/Variant.h"
 #include "support/RecordedError.h"
+#include "support/LiveObjectFixture.h"
 
 namespace tessaly::test {
 
@@ -87,18 +88,8 @@ private:
     double k_;
 };
 
-class TransformFixture : public ::testing::Test {
-protected:
-    void SetUp() override { live_ = Module::LiveObjectCount(); }
-    void TearDown() override { EXPECT_EQ(Module::LiveObjectCount(), live_) << "objects left alive"; }
-
+class TransformFixture : public LiveObjectFixture {
 public:
-    template <class I>
-    static ComPtr<I> Make(const char* progId) {
-        ComPtr<I> object;
-        EXPECT_EQ(CreateObject(progId, I::iid, object.OutVoid()), S_OK);
-        return object;
-    }
     static ComPtr<ILuxTransform2DLinear> NewLinear() {
         return Make<ILuxTransform2DLinear>("Tessaly.LuxTransform2DLinear");
     }
@@ -164,9 +155,6 @@ public:
         EXPECT_NE(error.description.find(exception), std::string::npos) << error.description;
         EXPECT_EQ(error.source, source);
     }
-
-private:
-    LONG live_ = 0;
 };
 
 }  // namespace tessaly::test
