@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "com/core/CLuxStringCollection.h"
+#include "com/core/CollectionErrors.h"
 #include "com/core/ccCOMError.h"
 #include "com/transform/CLuxTransform2DLinear.h"
 #include "com/transform/impl/SpaceName.h"
@@ -90,12 +91,13 @@ void ToChild(SpaceRef& space, std::string_view name, std::string_view whole) {
     for (int32_t child : *children.indices) {
         if (!NodeNamed(holder.nodes[child], name)) continue;
         if (found >= 0)
-            throw SpaceTreeErrors::NotUnique("two spaces of that parent are named " + SpaceTreeErrors::Quote(name) +
-                                             " (looking up " + SpaceTreeErrors::Quote(whole) + ")");
+            throw SpaceTreeErrors::NotUnique("two spaces of that parent are named " +
+                                             core::CollectionErrors::Quote(name) + " (looking up " +
+                                             core::CollectionErrors::Quote(whole) + ")");
         found = child;
     }
     if (found < 0)
-        throw SpaceTreeErrors::NotInTree("no space " + SpaceTreeErrors::Quote(whole) + " is in the tree");
+        throw SpaceTreeErrors::NotInTree("no space " + core::CollectionErrors::Quote(whole) + " is in the tree");
     if (children.inner)
         space.Push(SpaceRef::Hop{children.inner, found});
     else
@@ -141,9 +143,9 @@ SpaceRef ResolveOne(const StructurePtr& host, std::string_view name) {
     if (count > 1) SpaceTreeErrors::ThrowSyntax(name, ids_Lux_PathnamesStartAtRoot);
     std::vector<SpaceRef> found;
     Search(space, component, false, found, 2);
-    if (found.empty()) throw SpaceTreeErrors::NotInTree("no space is named " + SpaceTreeErrors::Quote(name));
+    if (found.empty()) throw SpaceTreeErrors::NotInTree("no space is named " + core::CollectionErrors::Quote(name));
     if (found.size() > 1)
-        throw SpaceTreeErrors::NotUnique("more than one space is named " + SpaceTreeErrors::Quote(name));
+        throw SpaceTreeErrors::NotUnique("more than one space is named " + core::CollectionErrors::Quote(name));
     return std::move(found.front());
 }
 
@@ -486,7 +488,7 @@ HRESULT CLuxCoordinateSpaceTree::ResolvePartialName(BSTR StartingSpaceName, BSTR
             if (component == "..") {
                 if (!space.ToParent())
                     throw SpaceTreeErrors::NotInTree("the root has no parent (resolving " +
-                                                     SpaceTreeErrors::Quote(name) + ")");
+                                                     core::CollectionErrors::Quote(name) + ")");
                 continue;
             }
             if (component == "...") {
@@ -498,10 +500,10 @@ HRESULT CLuxCoordinateSpaceTree::ResolvePartialName(BSTR StartingSpaceName, BSTR
                 Search(space, wanted, false, found, 2);
                 if (found.empty())
                     throw SpaceTreeErrors::NotInTree("no space below the starting point is named " +
-                                                     SpaceTreeErrors::Quote(wanted));
+                                                     core::CollectionErrors::Quote(wanted));
                 if (found.size() > 1)
                     throw SpaceTreeErrors::NotUnique("more than one space below the starting point is named " +
-                                                     SpaceTreeErrors::Quote(wanted));
+                                                     core::CollectionErrors::Quote(wanted));
                 space = std::move(found.front());
                 break;
             }
@@ -660,7 +662,7 @@ void CLuxCoordinateSpaceTree::AddNode(std::string_view parentPath, std::string_v
             if (duplicates == luxAddSpaceDuplicateIsError)
                 throw SpaceTreeErrors::DuplicateChildName("the space " + FullName(parent) +
                                                           " already has a child named " +
-                                                          SpaceTreeErrors::Quote(name));
+                                                          core::CollectionErrors::Quote(name));
             replacedName = FullNameIn(present, existing);
             position = PositionOf(*present, existing);
             at = RemoveSubtree(*next, existing, leaving, keep)[parentIndex];
@@ -803,7 +805,7 @@ void CLuxCoordinateSpaceTree::Rename(std::string_view spacePath, std::string_vie
         if (present->nodes[at].name == newName) return;
         if (at != 0 && ChildNamed(*present, present->nodes[at].parent, newName, at) >= 0)
             throw SpaceTreeErrors::DuplicateChildName("a sibling of " + FullName(space) + " is named " +
-                                                      SpaceTreeErrors::Quote(newName));
+                                                      core::CollectionErrors::Quote(newName));
         const std::string oldName = FullName(space);
         auto next = Edit(*present);
         next->nodes[at].name = std::string(newName);
@@ -953,7 +955,7 @@ void CLuxCoordinateSpaceTree::Move(std::string_view spacePath, std::string_view 
             if (duplicates == luxAddSpaceDuplicateIsError)
                 throw SpaceTreeErrors::DuplicateChildName("the space " + FullName(newParent) +
                                                           " already has a child named " +
-                                                          SpaceTreeErrors::Quote(name));
+                                                          core::CollectionErrors::Quote(name));
             replacedName = FullNameIn(present, existing);
             position = PositionOf(*present, existing);
             const std::vector<int32_t> remap = RemoveSubtree(*next, existing, leaving, keep);
@@ -1087,7 +1089,7 @@ void CLuxCoordinateSpaceTree::PersistState(core::ArchiveAccess& archive) {
         try {
             check(name);
         } catch (const SpaceTreeErrors::Errors&) {
-            throw ccArchive::BadContent("the name " + SpaceTreeErrors::Quote(name) + " of " + key + " is not valid");
+            throw ccArchive::BadContent("the name " + core::CollectionErrors::Quote(name) + " of " + key + " is not valid");
         }
     };
     {
@@ -1105,7 +1107,7 @@ void CLuxCoordinateSpaceTree::PersistState(core::ArchiveAccess& archive) {
         const int32_t parent = readParent("Space", i, i);
         if (ChildNamed(*structure, parent, name) >= 0)
             throw ccArchive::BadContent("two children of space " + std::to_string(parent) + " are named " +
-                                        SpaceTreeErrors::Quote(name));
+                                        core::CollectionErrors::Quote(name));
         const std::string transformKey = Key("Space", i, "Transform");
         if (!archive.Read(transformKey, value)) throw ccArchive::BadContent("the value " + transformKey + " is missing");
         SpaceNode node;

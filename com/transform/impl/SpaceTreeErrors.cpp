@@ -1,6 +1,7 @@
 #include "com/transform/impl/SpaceTreeErrors.h"
 
 #include "TessalyCore.h"
+#include "com/core/CollectionErrors.h"
 #include "com/core/ExceptionTable.h"
 #include "com/core/MessageTable.h"
 
@@ -28,17 +29,8 @@ const core::ExceptionTableRegistrar registrar(kSpaceTreeRows);
 
 }  // namespace
 
-std::string SpaceTreeErrors::Quote(std::string_view name) {
-    constexpr size_t kShown = 64;
-    std::string text = "\"";
-    text += name.substr(0, kShown);
-    if (name.size() > kShown) text += "...";
-    text += '"';
-    return text;
-}
-
 void SpaceTreeErrors::ThrowSyntax(std::string_view name, int32_t messageId) {
-    throw InvalidNameSyntax("the name " + Quote(name) + " is refused", messageId);
+    throw InvalidNameSyntax("the name " + core::CollectionErrors::Quote(name) + " is refused", messageId);
 }
 
 void SpaceTreeErrors::ThrowBadArgument(const char* argument, const std::string& why) {

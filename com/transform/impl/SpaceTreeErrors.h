@@ -33,9 +33,6 @@ public:
 
     [[noreturn]] static void ThrowSyntax(std::string_view name, int32_t messageId);
     [[noreturn]] static void ThrowBadArgument(const char* argument, const std::string& why);
-
-    // How a name appears in a message: quoted, cut after 64 bytes.
-    static std::string Quote(std::string_view name);
 };
 
 }  // namespace tessaly::transform
