@@ -3,15 +3,16 @@
 #include <algorithm>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "com/core/CLuxStringCollection.h"
 #include "com/core/CollectionErrors.h"
 #include "com/core/ccCOMError.h"
+#include "com/transform/CLuxTransform2DComposed.h"
 #include "com/transform/CLuxTransform2DLinear.h"
 #include "com/transform/impl/SpaceName.h"
 #include "com/transform/impl/SpaceTreeErrors.h"
 #include "persist/ccArchive.h"
-#include "platform/ClassTable.h"
 
 namespace tessaly::transform {
 
@@ -763,23 +764,22 @@ HRESULT CLuxCoordinateSpaceTree::GetTransform(BSTR ToSpaceName, BSTR FromSpaceNa
             return;
         }
 
-        // Otherwise a composed transform: the inverses of the To side's links from To
-        // upwards, then the From side's links from the ancestor downwards (the rightmost
-        // acts first), simplified.
-        std::vector<ComPtr<ILuxTransform2D>> fromLinks;
-        for (SpaceRef space = fromStart; !space.Same(from); space.ToParent())
-            fromLinks.emplace_back(space.Node().parentFromThis.get());
-        ComPtr<ILuxTransform2DComposed> composed;
-        ThrowIfFailed(tessaly::CreateObject(CLSID_LuxTransform2DComposed, ILuxTransform2DComposed::iid,
-                                            composed.OutVoid()));
+        // Otherwise the canonical form of the sequence: the inverses of the To side's links
+        // from To upwards, then the From side's links from the ancestor downwards (the
+        // rightmost acts first). It shares none of the tree's transforms.
+        std::vector<ComPtr<ILuxTransform2D>> inverses;
         for (SpaceRef space = toStart; !space.Same(to); space.ToParent()) {
             ComPtr<ILuxTransform2D> inverse;
             ThrowIfFailed(space.Node().parentFromThis->InvertBase(inverse.Out()));
-            ThrowIfFailed(composed->PushOntoRight(inverse.get(), VARIANT_FALSE));
+            inverses.push_back(std::move(inverse));
         }
-        for (auto it = fromLinks.rbegin(); it != fromLinks.rend(); ++it)
-            ThrowIfFailed(composed->PushOntoRight(it->get(), VARIANT_TRUE));
-        ThrowIfFailed(composed->Canonize(VARIANT_TRUE, ToFromFrom));
+        std::vector<ILuxTransform2D*> sequence;
+        for (const auto& inverse : inverses) sequence.push_back(inverse.get());
+        const size_t toSide = sequence.size();
+        for (SpaceRef space = fromStart; !space.Same(from); space.ToParent())
+            sequence.push_back(space.Node().parentFromThis.get());
+        std::reverse(sequence.begin() + static_cast<ptrdiff_t>(toSide), sequence.end());
+        *ToFromFrom = CLuxTransform2DComposed::Canonical(sequence, true).Detach();
     });
 }
 
