@@ -160,7 +160,9 @@ public:
 protected:
     ccStdPersistAndChangeImpl() noexcept : ChildEventListener(&TryAddRefContainer) {}
 
-    // Someone listens now: a container starts passing on its children's events.
+    // Someone listens now: a container starts passing on its children's events. When the
+    // listener is a container linking this object, that container's lock is held: locks
+    // are taken from container to child, once per object (Started is checked first).
     void OnFirstEventSink() noexcept override { StartChildForwarding(); }
     void StartChildForwarding() noexcept {
         ChildEventForwarder* forwarder = this->Forwarder();
