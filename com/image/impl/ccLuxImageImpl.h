@@ -135,6 +135,12 @@ public:
         core::ObjectLock::Guard guard(this->Lock());
         return spaces_;
     }
+    // Gives this image the selected space name, tree and transform of `other` (any image
+    // class), shared: a view of the other's pixels sees the other's spaces.
+    template <class Other>
+    void TakeSpacesOf(const Other& other) {
+        SetSpaces(other.Spaces());
+    }
 
 protected:
     ccLuxImageImpl() : spaces_(ImageSpaces::Fresh()) { LinkSpaces(); }
