@@ -7,6 +7,7 @@ packages=(
   build-essential cmake ninja-build pkg-config git
   python3 python3-dev pybind11-dev python3-numpy python3-pytest
   clang libclang-rt-14-dev
+  libpng-dev libtiff-dev libjpeg62-turbo-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   libboost-dev
   libcereal-dev libpugixml-dev libssl-dev libtinyxml2-dev
