@@ -1,5 +1,5 @@
-// The command-line program: browsing the type library, dumping and converting archives;
-// inspection requests join as the library grows.
+// The command-line program: browsing the type library, dumping and converting archives,
+// image files; inspection requests join as the library grows.
 #include <iostream>
 #include <sstream>
 #include <string_view>
@@ -8,6 +8,7 @@
 #include "ArchiveConverter.h"
 #include "ArchiveDumper.h"
 #include "FailureReport.h"
+#include "ImageCommand.h"
 #include "TypeLibraryBrowser.h"
 #include "TessalyCore.h"
 #include "com/core/ObjectPersistence.h"
@@ -29,6 +30,9 @@ void PrintUsage(std::ostream& out) {
            "  dump FILE        print the object tree of an archive (XML or binary)\n"
            "  convert IN OUT [--format xml|xml-linebreaks|binary]\n"
            "                   load an archive and save it in another format (binary by default)\n"
+           "  image info FILE  print the size, kind and plane statistics of an image file\n"
+           "  image convert IN OUT\n"
+           "                   write an image file's pixels in the format of OUT's extension\n"
            "  help             print this text\n";
 }
 
@@ -111,6 +115,7 @@ int main(int argc, char** argv) {
     if (command == "typelib") return RunTypeLibrary(argc - 2, argv + 2);
     if (command == "dump") return RunDump(argc - 2, argv + 2);
     if (command == "convert") return RunConvert(argc - 2, argv + 2);
+    if (command == "image") return tessaly::cli::ImageCommand::Run(argc - 2, argv + 2, std::cout, std::cerr);
     if (command == "help" || command == "--help" || command == "-h") {
         PrintUsage(std::cout);
         return 0;
