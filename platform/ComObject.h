@@ -55,7 +55,7 @@ struct AnswersAll<InterfaceList<Named...>, Listed...> {
 template <class I>
 constexpr bool IsRuntimeInterface() {
     return std::is_same_v<I, IProvideClassInfo2> || std::is_same_v<I, ISupportErrorInfo> ||
-           std::is_same_v<I, IConnectionPointContainer>;
+           std::is_same_v<I, IConnectionPointContainer> || std::is_same_v<I, IMarshal>;
 }
 template <class I, class... Named>
 constexpr bool IsNamed() {

@@ -166,6 +166,30 @@ struct IStream : ISequentialStream {
     virtual HRESULT Clone(IStream** ppstm) = 0;
 };
 
+// Marshalling contexts: where the marshalled interface is unmarshalled.
+enum : DWORD {
+    MSHCTX_LOCAL = 0,             // another process on this machine
+    MSHCTX_NOSHAREDMEM = 1,       // no memory shared with the destination
+    MSHCTX_DIFFERENTMACHINE = 2,  // another machine
+    MSHCTX_INPROC = 3,            // another apartment of this process
+};
+
+// Custom marshalling: an object that writes itself into a stream for another apartment,
+// process or machine, and the object of its unmarshal class that reads it back.
+struct IMarshal : IUnknown {
+    using BaseInterface = IUnknown;
+    static constexpr IID iid = tessaly::MakeGuid("00000003-0000-0000-C000-000000000046");
+    virtual HRESULT GetUnmarshalClass(REFIID riid, void* pv, DWORD dwDestContext, void* pvDestContext,
+                                      DWORD mshlflags, CLSID* pCid) = 0;
+    virtual HRESULT GetMarshalSizeMax(REFIID riid, void* pv, DWORD dwDestContext, void* pvDestContext,
+                                      DWORD mshlflags, DWORD* pSize) = 0;
+    virtual HRESULT MarshalInterface(IStream* pStm, REFIID riid, void* pv, DWORD dwDestContext, void* pvDestContext,
+                                     DWORD mshlflags) = 0;
+    virtual HRESULT UnmarshalInterface(IStream* pStm, REFIID riid, void** ppv) = 0;
+    virtual HRESULT ReleaseMarshalData(IStream* pStm) = 0;
+    virtual HRESULT DisconnectObject(DWORD dwReserved) = 0;
+};
+
 struct IPersist : IUnknown {
     using BaseInterface = IUnknown;
     static constexpr IID iid = tessaly::MakeGuid("0000010C-0000-0000-C000-000000000046");

@@ -11,6 +11,13 @@
 //
 // The state is set once by Open before the object is handed out and changed only by
 // Dispose, under a mutex; the getters read it under the same mutex.
+//
+// Marshalling (IMarshal, the stream format in PixelMarshalStream.h): within the process
+// the object passes its own pointer; elsewhere it passes its pixels by value, which only
+// memory opened for reading may do (E_FAIL otherwise: a writer across processes would
+// write into a copy). The unmarshal class is the object's own: a new object unmarshals
+// into memory of its own, opened for reading. ReleaseMarshalData releases the passed
+// pointer, or skips the pixels.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +26,10 @@
 
 #include "TessalyCore.h"
 #include "com/core/MethodGuard.h"
+#include "com/core/ccCOMError.h"
 #include "com/image/impl/ImageErrors.h"
+#include "com/image/impl/PixelMarshalStream.h"
+#include "xnl/std/pelbuf/ccPelRootOwn.h"
 #include "platform/ComObject.h"
 #include "platform/ComPtr.h"
 #include "xnl/std/pelbuf/ccPelBuffer.h"
@@ -28,7 +38,7 @@
 namespace tessaly::image {
 
 template <class Derived, class T, class IMemory>
-class PixelMemoryImpl : public ComObject<Derived, IMemory> {
+class PixelMemoryImpl : public ComObject<Derived, IMemory, IMarshal> {
 public:
     using Interface = IMemory;
 
@@ -90,6 +100,91 @@ public:
             // The root's memory may be released here: outside the mutex.
         });
     }
+
+    // IMarshal
+    HRESULT GetUnmarshalClass(REFIID, void*, DWORD, void*, DWORD, CLSID* pCid) override {
+        if (!pCid) return E_POINTER;
+        *pCid = Derived::CoClass().clsid;
+        return S_OK;
+    }
+    HRESULT GetMarshalSizeMax(REFIID, void*, DWORD dwDestContext, void*, DWORD, DWORD* pSize) override {
+        if (!pSize) return E_POINTER;
+        std::lock_guard guard(mutex_);
+        uint64_t size = 4 + 8;
+        if (dwDestContext != MSHCTX_INPROC)
+            size = 4 + 8 + uint64_t(window_.Width()) * uint64_t(window_.Height()) * sizeof(T);
+        *pSize = size > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<DWORD>(size);
+        return S_OK;
+    }
+    HRESULT MarshalInterface(IStream* pStm, REFIID, void*, DWORD dwDestContext, void*, DWORD) override {
+        return core::Guarded("MarshalInterface", IMarshal::iid, [&] {
+            core::RequireArgument(pStm, "pStm");
+            PixelMarshalStream stream(pStm);
+            if (dwDestContext == MSHCTX_INPROC) {
+                stream.WriteUInt32(MSHCTX_INPROC);
+                IUnknown* self = this->GetUnknown();
+                stream.WritePointer(self);
+                self->AddRef();  // the reference the stream holds until unmarshalled or released
+                return S_OK;
+            }
+            const ccPelBuffer<T> window = Window();
+            if (mode_ != luxImageDataModeRead || !window.IsBound())
+                throw core::ccCOMError(E_FAIL, "only pixel memory opened for reading passes by value", "MarshalInterface",
+                                       IMarshal::iid);
+            stream.WriteUInt32(dwDestContext);
+            stream.WriteUInt32(static_cast<uint32_t>(window.Width()));
+            stream.WriteUInt32(static_cast<uint32_t>(window.Height()));
+            if (window.Width() > 0 && window.Height() > 0)
+                stream.WriteRows(reinterpret_cast<const std::byte*>(window.PelPointer(0, 0)),
+                                 ptrdiff_t{window.Pitch()} * ptrdiff_t(sizeof(T)), window.Width(), window.Height(),
+                                 sizeof(T));
+            return S_OK;
+        });
+    }
+    HRESULT UnmarshalInterface(IStream* pStm, REFIID riid, void** ppv) override {
+        return core::Guarded("UnmarshalInterface", IMarshal::iid, [&] {
+            core::RequireOut(ppv);
+            *ppv = nullptr;
+            core::RequireArgument(pStm, "pStm");
+            PixelMarshalStream stream(pStm);
+            if (stream.ReadUInt32() == MSHCTX_INPROC) {
+                // The stream's reference becomes the caller's, through the interface asked for.
+                IUnknown* passed = stream.ReadPointer();
+                if (!passed) return E_INVALIDARG;
+                const HRESULT result = passed->QueryInterface(riid, ppv);
+                passed->Release();
+                return result;
+            }
+            int32_t width = 0;
+            int32_t height = 0;
+            stream.ReadSize(width, height);
+            ccPelBuffer<T> pixels(width, height);
+            if (width > 0 && height > 0)
+                stream.ReadRows(reinterpret_cast<std::byte*>(pixels.PelPointer(0, 0)),
+                                ptrdiff_t{pixels.Pitch()} * ptrdiff_t(sizeof(T)), width, height, sizeof(T));
+            {
+                std::lock_guard guard(mutex_);
+                window_ = std::move(pixels);
+                mode_ = luxImageDataModeRead;
+            }
+            return this->QueryInterface(riid, ppv);
+        });
+    }
+    HRESULT ReleaseMarshalData(IStream* pStm) override {
+        return core::Guarded("ReleaseMarshalData", IMarshal::iid, [&] {
+            core::RequireArgument(pStm, "pStm");
+            PixelMarshalStream stream(pStm);
+            if (stream.ReadUInt32() == MSHCTX_INPROC) {
+                if (IUnknown* passed = stream.ReadPointer()) passed->Release();
+                return;
+            }
+            int32_t width = 0;
+            int32_t height = 0;
+            stream.ReadSize(width, height);
+            stream.Skip(uint64_t(width) * uint64_t(height) * sizeof(T));
+        });
+    }
+    HRESULT DisconnectObject(DWORD) override { return S_OK; }
 
 protected:
     ~PixelMemoryImpl() override = default;
