@@ -15,8 +15,13 @@ namespace tessaly::image {
 namespace {
 
 constexpr uint8_t kSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
-// Ancillary chunks (text, profiles) are never needed; they may not take more than this.
+// No chunk that libpng keeps in memory may take more than this.
 constexpr png_alloc_size_t kChunkLimit = 8u << 20;
+// The ancillary chunks libpng knows. None of them changes the pixels read (transparency is
+// dropped anyway), so all are skipped unread, as unknown ones are: libpng only warns
+// about an oversized text chunk and then allocates its claimed length.
+constexpr png_byte kIgnoredChunks[] = "bKGD\0cHRM\0eXIf\0gAMA\0hIST\0iCCP\0iTXt\0oFFs\0pCAL\0pHYs\0sBIT\0sCAL\0"
+                                      "sPLT\0sRGB\0tEXt\0tIME\0tRNS\0zTXt";
 
 // Everything the callbacks and the guarded functions share: plain data only, in the
 // caller's frame, so that a longjmp leaves it valid and nothing to destroy.
@@ -89,8 +94,7 @@ bool SetTransforms(png_structp png, png_infop info, PngHeader* header) {
     if (setjmp(png_jmpbuf(png))) return false;
     if (header->colourType == PNG_COLOR_TYPE_PALETTE) png_set_palette_to_rgb(png);
     if (header->colourType == PNG_COLOR_TYPE_GRAY && header->bitDepth < 8) png_set_expand_gray_1_2_4_to_8(png);
-    if ((header->colourType & PNG_COLOR_MASK_ALPHA) || png_get_valid(png, info, PNG_INFO_tRNS))
-        png_set_strip_alpha(png);
+    if (header->colourType & PNG_COLOR_MASK_ALPHA) png_set_strip_alpha(png);
     if (header->bitDepth == 16) {
         if (header->colourType & PNG_COLOR_MASK_COLOR)
             png_set_scale_16(png);
@@ -229,6 +233,8 @@ ImageFilePixels PngCodec::Read(std::span<const uint8_t> bytes, const std::string
     // The sides are checked by the limits, with their own message, not by libpng's.
     png_set_user_limits(handle.png(), PNG_UINT_31_MAX, PNG_UINT_31_MAX);
     png_set_chunk_malloc_max(handle.png(), kChunkLimit);
+    png_set_keep_unknown_chunks(handle.png(), PNG_HANDLE_CHUNK_NEVER, nullptr, 0);
+    png_set_keep_unknown_chunks(handle.png(), PNG_HANDLE_CHUNK_NEVER, kIgnoredChunks, sizeof kIgnoredChunks / 5);
     png_set_read_fn(handle.png(), &state, ReadBytes);
 
     PngHeader header;
