@@ -3,7 +3,9 @@
 #include <new>
 
 #include "ClientObject.h"
+#include "ImagePng.h"
 #include "MemberDescriptor.h"
+#include "PixelBuffer.h"
 #include "platform/ComPtr.h"
 #include "platform/Dispatcher.h"
 
@@ -144,6 +146,14 @@ void ClientClass::MakeType() {
         if (!length) throw py::error_already_set();
         attributes["__len__"] = py::reinterpret_steal<py::object>(length);
     }
+    // Pixel memory becomes numpy arrays; images show themselves in notebooks.
+    auto addMethod = [&](PyMethodDef* method) {
+        PyObject* descriptor = PyDescr_NewMethod(ClientObject::BaseType(), method);
+        if (!descriptor) throw py::error_already_set();
+        attributes[method->ml_name] = py::reinterpret_steal<py::object>(descriptor);
+    };
+    if (PixelBuffer::IsPixelMemoryClass(name_)) addMethod(PixelBuffer::ArrayMethod());
+    if (ImagePng::IsImageClass(name_)) addMethod(ImagePng::ReprMethod());
     py::object base = py::reinterpret_borrow<py::object>(reinterpret_cast<PyObject*>(ClientObject::BaseType()));
     py::object type =
         py::reinterpret_borrow<py::object>(reinterpret_cast<PyObject*>(&PyType_Type))(name_, py::make_tuple(base), attributes);

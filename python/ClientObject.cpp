@@ -11,6 +11,7 @@
 #include "Invocation.h"
 #include "MemberDescriptor.h"
 #include "ObjectIterator.h"
+#include "PixelBuffer.h"
 #include "PropertyIndexer.h"
 #include "SlotGuard.h"
 
@@ -221,6 +222,8 @@ PyType_Slot kSlots[] = {
     {Py_tp_iter, reinterpret_cast<void*>(Iterate)},
     {Py_mp_subscript, reinterpret_cast<void*>(Subscript)},
     {Py_mp_ass_subscript, reinterpret_cast<void*>(AssignSubscript)},
+    {Py_bf_getbuffer, reinterpret_cast<void*>(PixelBuffer::Get)},
+    {Py_bf_releasebuffer, reinterpret_cast<void*>(PixelBuffer::Release)},
     {Py_tp_members, kMembers},
     {Py_tp_doc, const_cast<char*>("An object of the library, reached through its IDispatch. Each class of the library "
                                   "has a subclass whose attributes are the members of the class.")},

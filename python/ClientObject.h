@@ -6,7 +6,8 @@
 // Beyond the members: obj[key] reads and writes the default member (DISPID_VALUE);
 // iter(obj) walks _NewEnum; len(obj) reads Count on a collection (a class with _NewEnum and
 // Count); == and hash() compare the object's identity (its IUnknown), so two client
-// objects for one library object are equal.
+// objects for one library object are equal. Pixel-memory objects export their pixels
+// through the buffer protocol (PixelBuffer).
 #pragma once
 
 #include <pybind11/pybind11.h>

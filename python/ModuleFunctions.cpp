@@ -7,6 +7,7 @@
 #include "ClientObject.h"
 #include "ComError.h"
 #include "EventConnection.h"
+#include "ImageFromArray.h"
 #include "com/core/ObjectPersistence.h"
 #include "platform/ClassTable.h"
 #include "platform/ComPtr.h"
@@ -139,6 +140,21 @@ void AddPersistenceFunctions(py::module_& module) {
         "the graph shares with others are emptied too.");
 }
 
+// Images and numpy: images over arrays (pixel memory becomes arrays through the buffer
+// protocol of client objects).
+void AddImageFunctions(py::module_& module) {
+    module.def(
+        "ImageFromArray", [](py::handle array, bool copy) { return ImageFromArray(array, copy); }, py::arg("array"),
+        py::arg("copy") = false,
+        "ImageFromArray(array, copy=False) -> image\n\n"
+        "An image over a numpy array: a 2-D uint8 or uint16 array (H x W) gives a LuxImage8Grey or\n"
+        "LuxImage16Grey, a 3 x H x W uint8 array a LuxImage24PlanarColor whose plane i is array[i].\n"
+        "Without copy the image uses the array's memory and keeps the array alive: writes through\n"
+        "either show in the other. The array must then be writable and its rows pixels side by side,\n"
+        "a whole number of pixels apart. With copy=True the image gets a copy of the pixels, from\n"
+        "any strides. Other arrays raise TypeError.");
+}
+
 // The library's run time: what tests and diagnostics read.
 void AddRuntimeFunctions(py::module_& module) {
     module.def(
@@ -154,6 +170,7 @@ void AddModuleFunctions(py::module_& module) {
     AddObjectFunctions(module);
     AddEventFunctions(module);
     AddPersistenceFunctions(module);
+    AddImageFunctions(module);
     AddRuntimeFunctions(module);
 }
 
