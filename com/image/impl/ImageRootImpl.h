@@ -23,9 +23,10 @@
 //
 // Persistence: one value, "PixelArray": a two-dimensional array of VT_UI1 (8-bit) or
 // VT_UI2 (16-bit), first dimension the width, second the height, both from 0, the rows
-// packed whatever the stride. An empty root stores an empty value. Loading adopts the
-// array as the root's memory (no copy): E_FAIL for another type or a null array,
-// E_INVALIDARG for another number of dimensions, element size or lower bounds.
+// packed whatever the stride. An empty root stores an empty value, and an array without
+// elements loads as an empty root. Loading adopts the array as the root's memory (no
+// copy): E_FAIL for another type or a null array, E_INVALIDARG for another number of
+// dimensions, element size or lower bounds.
 //
 // Clone copies the pixels into memory of the clone's own.
 #pragma once
@@ -240,7 +241,7 @@ private:
     // which the save holds.
     Variant PackedArray() const {
         Variant stored;
-        if (!pels_) return stored;
+        if (!pels_ || pels_->Width() == 0 || pels_->Height() == 0) return stored;
         const int32_t width = pels_->Width();
         const int32_t height = pels_->Height();
         SAFEARRAYBOUND bounds[2] = {{static_cast<ULONG>(width), 0}, {static_cast<ULONG>(height), 0}};
@@ -284,6 +285,10 @@ private:
         SafeArrayGetUBound(array, 2, &upper1);
         const int32_t width = upper0 + 1;
         const int32_t height = upper1 + 1;
+        // An array without elements is what a root without pixels would save: without this
+        // it loaded as a root of pixels 0 wide that reported a height, opened memory and
+        // saved a 0 x N array, none of which Initialize can ever make.
+        if (width == 0 || height == 0) return {};
         void* data = nullptr;
         core::ThrowIfFailed(SafeArrayAccessData(array, &data));
         VARIANT taken = stored.Detach();
