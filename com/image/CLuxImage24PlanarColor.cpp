@@ -320,7 +320,7 @@ void CLuxImage24PlanarColor::CopyInto(const CLuxImage24PlanarColor& source, LuxI
         const cc3PlanePelBuffer planes = source.Planes();
         if (planes.IsBound()) {
             for (int i = 0; i < 3; ++i) {
-                auto own = CLuxImage8Root::Allocate(planes.Width(), planes.Height());
+                auto own = CLuxImage8Root::Allocate(planes.Width(), planes.Height(), ccPelFill::None);
                 ccPelBuffer<uint8_t>(own->Pels()).CopyFrom(planes.Plane(i));
                 roots[i] = ComPtr<ILuxImage8Root>(own.get());
             }

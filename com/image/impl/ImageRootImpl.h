@@ -63,8 +63,10 @@ public:
     static constexpr VARTYPE kArrayType = sizeof(T) == 1 ? VT_UI1 : VT_UI2;
 
     // A new root object of width x height pixels of its own, rows aligned to 32 bytes.
-    static ComPtr<Derived> Allocate(int32_t width, int32_t height) {
-        return Over(ccPelRootPtrh<T>(new ccPelRootOwn<T>(width, height, 32)));
+    // With ccPelFill::None the pixels are left as the memory comes, for a maker that
+    // writes every one of them at once.
+    static ComPtr<Derived> Allocate(int32_t width, int32_t height, ccPelFill fill = ccPelFill::Zero) {
+        return Over(ccPelRootPtrh<T>(new ccPelRootOwn<T>(width, height, 32, fill)));
     }
     // A new root object holding `pels` (may be null).
     static ComPtr<Derived> Over(ccPelRootPtrh<T> pels) {
@@ -114,7 +116,7 @@ public:
         const ccPelRootPtrh<T> from = source.Pels();
         ccPelRootPtrh<T> copy;
         if (from) {
-            copy = ccPelRootPtrh<T>(new ccPelRootOwn<T>(from->Width(), from->Height(), 32));
+            copy = ccPelRootPtrh<T>(new ccPelRootOwn<T>(from->Width(), from->Height(), 32, ccPelFill::None));
             ccPelBuffer<T>(copy).CopyFrom(ccPelBuffer_const<T>(ccPelRootPtrh_const<T>(from)));
         }
         ccPelRootPtrh<T> leaving;
@@ -217,12 +219,16 @@ protected:
 
 private:
     const T* PixelAddress(int32_t x, int32_t y) const {
-        if (!pels_) [[unlikely]]
-            throw ccPel::UnboundWindow("the root holds no pixels");
-        if (x < 0 || y < 0 || x >= pels_->Width() || y >= pels_->Height()) [[unlikely]]
-            throw ccPel::BadCoord("pixel (" + std::to_string(x) + ", " + std::to_string(y) + ") of a " +
-                                  std::to_string(pels_->Width()) + " x " + std::to_string(pels_->Height()) + " image");
+        if (!pels_ || static_cast<uint32_t>(x) >= static_cast<uint32_t>(pels_->Width()) ||
+            static_cast<uint32_t>(y) >= static_cast<uint32_t>(pels_->Height())) [[unlikely]]
+            ThrowNoPixel(pels_.Get(), x, y);
         return pels_->RowPointer(y) + x;
+    }
+    // Out of line, so that the pixel's fast path needs no frame for building the message.
+    [[noreturn, gnu::cold, gnu::noinline]] static void ThrowNoPixel(const ccPelRoot<T>* pels, int32_t x, int32_t y) {
+        if (!pels) throw ccPel::UnboundWindow("the root holds no pixels");
+        throw ccPel::BadCoord("pixel (" + std::to_string(x) + ", " + std::to_string(y) + ") of a " +
+                              std::to_string(pels->Width()) + " x " + std::to_string(pels->Height()) + " image");
     }
 
     static ccPelRootPtrh<T> OwnMemory(int32_t width, int32_t height, int32_t stride) {

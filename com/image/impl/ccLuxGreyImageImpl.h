@@ -224,7 +224,7 @@ private:
         } else if (mode == luxImageCopyModeCopyPixels) {
             const ccPelBuffer<Pel> pels = source.Pels();
             if (pels.IsBound()) {
-                auto own = RootClass::Allocate(pels.Width(), pels.Height());
+                auto own = RootClass::Allocate(pels.Width(), pels.Height(), ccPelFill::None);
                 ccPelBuffer<Pel>(own->Pels()).CopyFrom(pels);
                 root = ComPtr<IRoot>(own.get());
             }

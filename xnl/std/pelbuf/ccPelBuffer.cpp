@@ -73,6 +73,17 @@ void ccPelBuffer<T>::CopyFrom(const ccPelBuffer_const<T>& source) const {
         std::memcpy(RowPointer(0), source.RowPointer(0), rowBytes * static_cast<size_t>(height));
         return;
     }
+    // Whole rows of two roots with one pitch, the target's padding its own: one copy of the
+    // span from the first pixel to the last, padding included (nobody reads a root's own
+    // padding; a borrowed root's gaps may be the lender's other data, so never write those).
+    const cc_PelRoot& to = *ccPelBuffer_const<T>::Root();
+    const cc_PelRoot& from = *source.Root();
+    if (this->Pitch() == source.Pitch() && this->Pitch() > 0 && this->OffsetX() == 0 && source.OffsetX() == 0 &&
+        width == to.Width() && width == from.Width() && to.DescribeMemory().own == 1) {
+        const size_t pitchBytes = static_cast<size_t>(this->Pitch()) * sizeof(T);
+        std::memcpy(RowPointer(0), source.RowPointer(0), pitchBytes * static_cast<size_t>(height - 1) + rowBytes);
+        return;
+    }
     for (int32_t y = 0; y < height; ++y) std::memcpy(RowPointer(y), source.RowPointer(y), rowBytes);
 }
 

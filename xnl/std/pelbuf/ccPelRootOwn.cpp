@@ -24,7 +24,8 @@ int32_t ccPelRootOwn<T>::PaddedPitch(int32_t width, int32_t alignment) {
 
 template <class T>
     requires ccPelRootType<T>
-ccPelRootOwn<T>::ccPelRootOwn(int32_t width, int32_t height, int32_t alignment) : alignment_(alignment) {
+ccPelRootOwn<T>::ccPelRootOwn(int32_t width, int32_t height, int32_t alignment, ccPelFill fill)
+    : alignment_(alignment) {
     if (height < 0) throw ccStdError::OutOfRange("height " + std::to_string(height));
     const int32_t pitch = PaddedPitch(width, alignment);
     // Row 0 sits on the alignment and on the pixel type's own (an alignment of 12 for
@@ -35,12 +36,11 @@ ccPelRootOwn<T>::ccPelRootOwn(int32_t width, int32_t height, int32_t alignment) 
         __builtin_mul_overflow(bytes, sizeof(T), &bytes) || __builtin_add_overflow(bytes, start - 1, &bytes) ||
         bytes > static_cast<size_t>(std::numeric_limits<ptrdiff_t>::max()))
         throw std::bad_alloc();
-    block_.reset(new std::byte[bytes]());
-    blockBytes_ = bytes;
+    block_ = ccPelMemoryBlock(bytes, fill);
     // The first address at or after the block's start that `start` divides.
-    const uintptr_t address = reinterpret_cast<uintptr_t>(block_.get());
+    const uintptr_t address = reinterpret_cast<uintptr_t>(block_.Data());
     const uintptr_t skip = (start - address % start) % start;
-    this->SetMemory(width, height, pitch, reinterpret_cast<T*>(block_.get() + skip));
+    this->SetMemory(width, height, pitch, reinterpret_cast<T*>(block_.Data() + skip));
 }
 
 template <class T>
@@ -55,12 +55,12 @@ template <class T>
 void ccPelRootOwn<T>::CheckIntegrity() const {
     ccPelRoot<T>::CheckIntegrity();
     const uintptr_t row0 = reinterpret_cast<uintptr_t>(this->Row0Bytes());
-    const uintptr_t start = reinterpret_cast<uintptr_t>(block_.get());
-    if (!block_ || row0 < start) throw ccPel::Unknown("the root's row 0 lies outside its own block");
+    const uintptr_t start = reinterpret_cast<uintptr_t>(block_.Data());
+    if (!block_.Data() || row0 < start) throw ccPel::Unknown("the root's row 0 lies outside its own block");
     if (row0 % static_cast<uintptr_t>(alignment_) != 0 || row0 % alignof(T) != 0)
         throw ccPel::Unknown("the root's row 0 is not aligned");
     const uintptr_t end = row0 + static_cast<uintptr_t>(this->Height()) * static_cast<uintptr_t>(this->RowPitchBytes());
-    if (this->RowPitchBytes() < 0 || end > start + blockBytes_)
+    if (this->RowPitchBytes() < 0 || end > start + block_.Size())
         throw ccPel::Unknown("the root's rows run past its own block");
 }
 

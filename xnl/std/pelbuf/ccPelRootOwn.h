@@ -1,5 +1,6 @@
 // A root that allocates its pixel memory itself, with rows aligned, and frees it when its
-// last handle goes. Pixels start at 0.
+// last handle goes. Pixels start at 0, unless the maker asks for ccPelFill::None because
+// it writes every pixel at once (a copy); the memory is a ccPelMemoryBlock.
 //
 // Layout for width w, height h and an alignment of a bytes (images pass 32):
 //  - the pitch is the smallest number of pixels w + p (p >= 0) whose bytes are a multiple
@@ -19,13 +20,14 @@
 #include <cstdint>
 #include <memory>
 
+#include "xnl/std/pelbuf/ccPelMemoryBlock.h"
 #include "xnl/std/pelbuf/ccPelRoot.h"
 
 template <class T>
     requires ccPelRootType<T>
 class ccPelRootOwn : public ccPelRoot<T> {
 public:
-    ccPelRootOwn(int32_t width, int32_t height, int32_t alignment = 32);
+    ccPelRootOwn(int32_t width, int32_t height, int32_t alignment = 32, ccPelFill fill = ccPelFill::Zero);
 
     int32_t Alignment() const noexcept { return alignment_; }
 
@@ -41,8 +43,7 @@ protected:
     void AddMemoryDescription(cc_PelRoot::MemoryDescription& description) const noexcept override;
 
 private:
-    std::unique_ptr<std::byte[]> block_;
-    size_t blockBytes_ = 0;
+    ccPelMemoryBlock block_;
     int32_t alignment_ = 1;
 };
 
