@@ -8,6 +8,7 @@
 #include "ComError.h"
 #include "EventConnection.h"
 #include "ImageFromArray.h"
+#include "com/image/files/ImageFileObjects.h"
 #include "com/core/ObjectPersistence.h"
 #include "platform/ClassTable.h"
 #include "platform/ComPtr.h"
@@ -153,6 +154,41 @@ void AddImageFunctions(py::module_& module) {
         "either show in the other. The array must then be writable and its rows pixels side by side,\n"
         "a whole number of pixels apart. With copy=True the image gets a copy of the pixels, from\n"
         "any strides. Other arrays raise TypeError.");
+    module.def(
+        "LoadImage",
+        [](const std::string& path) {
+            ComPtr<ILuxImage> image;
+            HRESULT hr;
+            {
+                py::gil_scoped_release unlocked;
+                hr = image::LoadImageFile(path, image.Out());
+            }
+            if (FAILED(hr)) ComError::RaiseFromErrorInfo(hr, "LoadImage");
+            return ClientObject::Wrap(image.get());
+        },
+        py::arg("path"),
+        "LoadImage(path) -> image\n\n"
+        "Reads an image file: PNG, TIFF (its first page), PGM/PPM or JPEG, told by the file's content.\n"
+        "Grey files give a LuxImage8Grey or LuxImage16Grey, colour files a LuxImage24PlanarColor (planes\n"
+        "red, green, blue). A missing, corrupt, truncated or unsupported file raises ComError naming the\n"
+        "file and the reason.");
+    module.def(
+        "SaveImage",
+        [](py::handle image, const std::string& path) {
+            ComPtr<ILuxImage> typed;
+            if (FAILED(ClientObject::Dispatch(image.ptr())->QueryInterface(IID_ILuxImage, typed.OutVoid())))
+                throw py::type_error("SaveImage takes an image (LuxImage8Grey, LuxImage16Grey or LuxImage24PlanarColor)");
+            HRESULT hr;
+            {
+                py::gil_scoped_release unlocked;
+                hr = image::SaveImageFile(typed.get(), path);
+            }
+            if (FAILED(hr)) ComError::RaiseFromErrorInfo(hr, "SaveImage");
+        },
+        py::arg("image"), py::arg("path"),
+        "SaveImage(image, path)\n\n"
+        "Writes an image in the format of the path's extension: .png, .tif/.tiff, .pgm (grey), .ppm\n"
+        "(colour) or .pnm. A file of that name is replaced only once the new one is complete.");
 }
 
 // The library's run time: what tests and diagnostics read.

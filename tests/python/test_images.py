@@ -366,3 +366,28 @@ def test_images_show_themselves_as_png():
         assert tessaly.CreateObject(f"Tessaly.{kind}")._repr_png_() is None    # no pixels: the repr stands
     with pytest.raises(AttributeError):
         tessaly.CreateObject("Tessaly.LuxCollection")._repr_png_
+
+
+def test_image_files_round_trip_and_name_the_file_when_they_fail(tmp_path):
+    grey = tessaly.ImageFromArray((np.arange(12, dtype=np.uint16).reshape(3, 4) * 5000), copy=True)
+    tessaly.SaveImage(grey, str(tmp_path / "deep.png"))
+    loaded = tessaly.LoadImage(str(tmp_path / "deep.png"))
+    assert loaded.Pixel[3, 2] == 55000
+    memory = loaded.Get16GreyPixelMemory(tessaly.constants.luxImageDataModeRead, 0, 0, 0, 0)
+    assert np.array_equal(np.asarray(memory), np.arange(12, dtype=np.uint16).reshape(3, 4) * 5000)
+    del memory
+
+    colour = tessaly.ImageFromArray(np.arange(24, dtype=np.uint8).reshape(3, 2, 4), copy=True)
+    tessaly.SaveImage(colour, str(tmp_path / "colour.tif"))
+    assert tessaly.LoadImage(str(tmp_path / "colour.tif")).GetPixel(3, 1) == (7, 15, 23)
+
+    with pytest.raises(tessaly.ComError) as missing:
+        tessaly.LoadImage(str(tmp_path / "missing.png"))
+    assert missing.value.hresult == tessaly.constants.e_Lux_FileOpen
+    assert "missing.png" in missing.value.description
+    (tmp_path / "broken.png").write_bytes(b"\x89PNG\r\n\x1a\n" + b"\0" * 10)
+    with pytest.raises(tessaly.ComError) as broken:
+        tessaly.LoadImage(str(tmp_path / "broken.png"))
+    assert broken.value.hresult == tessaly.constants.e_Lux_BadFileFormat
+    with pytest.raises(TypeError):
+        tessaly.SaveImage(tessaly.CreateObject("Tessaly.LuxCollection"), str(tmp_path / "x.png"))
