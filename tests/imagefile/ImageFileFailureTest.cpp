@@ -97,6 +97,7 @@ TEST_F(ImageFileFailure, HostileFilesAreRefusedAsBadFormatNamingTheFile) {
          MakeTiff({{4, 4, 8, 1, 1, 1, {Bytes(8, 1)}, {{273, 4, {8, 5000}}, {278, 4, {2}}, {279, 4, {8, 8}}}}}),
          "truncated at row 2"},
         {"huge.tif", MakeTiff({{1000000, 1, 8, 1, 1, 1, {{0}}, {}}}), "image too large"},
+        {"samples.tif", MakeTiff({{1, 1, 8, 9, 1, 1, {Bytes(9, 0)}, {}}}), "9 samples per pixel are not supported"},
         {"huge.png", MakePng(70000, 70000, 8, 0, {0}), "image too large (70000 x 70000"},
     };
     for (const auto& c : cases)

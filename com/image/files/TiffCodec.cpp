@@ -15,6 +15,9 @@ namespace tessaly::image {
 
 namespace {
 
+// The most samples a pixel may have, alpha and other extra samples included.
+constexpr uint16_t kMaxSamples = 8;
+
 // The bytes libtiff reads from or writes to, and the first message it reported.
 struct TiffStream {
     const uint8_t* data = nullptr;  // reading
@@ -226,6 +229,9 @@ ImageFilePixels TiffCodec::Read(std::span<const uint8_t> bytes, const std::strin
     if (grey ? (bits != 1 && bits != 8 && bits != 16) : bits != 8)
         reader.Fail(std::to_string(bits) + "-bit " + (grey ? "" : "RGB ") + "samples are not supported");
     if (samples < (grey ? 1 : 3)) reader.Fail(std::to_string(samples) + " samples per pixel do not make this image");
+    // Extra samples are read and dropped: more than a few would make a row (which is read
+    // whole) far larger than the pixels kept.
+    if (samples > kMaxSamples) reader.Fail(std::to_string(samples) + " samples per pixel are not supported");
     if (TIFFIsTiled(tiff)) reader.Fail("tiled images are not supported");
     reader.CheckStrips(height);
 
