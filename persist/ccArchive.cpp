@@ -1,6 +1,7 @@
 #include "persist/ccArchive.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 
 #include "xnl/std/except/ccStdError.h"
@@ -129,10 +130,23 @@ void ccArchive::WriteString(std::string_view text) {
 }
 
 std::string ccArchive::ReadString() {
-    const uint32_t size = ReadLength();
-    std::string text(size, '\0');
-    ReadBlock(text.data(), size);
+    std::string text;
+    ReadString(text);
     return text;
+}
+
+void ccArchive::ReadString(std::string& text) {
+    const uint32_t size = ReadLength();
+    if (const uint8_t* bytes = TakeBuffered(size)) {
+        // Nearly always buffered: copied once, into the room the string has already
+        // (resize and copy: assign's general path, which allows for overlap, costs more
+        // than the copy of a short name).
+        text.resize(size);
+        if (size) std::memcpy(text.data(), bytes, size);
+        return;
+    }
+    text.resize(size);
+    ReadBlock(text.data(), size);
 }
 
 uint32_t ccArchive::ReadLength() {

@@ -134,6 +134,18 @@ public:
     // a uint32 counts.
     void WriteString(std::string_view text);
     std::string ReadString();
+    // The same into `text`, reusing its room.
+    void ReadString(std::string& text);
+    // Reading: the next `size` bytes where they lie in the archive's buffer, consumed, when
+    // they are all there; null (nothing consumed) when not. Lets a caller copy a value
+    // once, into storage of its own.
+    const uint8_t* TakeBuffered(size_t size) noexcept {
+        if (mode_ != Mode::Load || end_ - begin_ < size) return nullptr;
+        const uint8_t* bytes = buffer_.get() + begin_;
+        begin_ += size;
+        position_ += size;
+        return bytes;
+    }
     // The byte count of data that follows (uint32), checked against what remains (Eof when
     // it claims more): the caller then reads the bytes with ReadBlock into storage of its
     // own, allocated only after this check.

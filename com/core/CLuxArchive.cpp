@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "com/core/CLuxCollection.h"
 #include "com/core/CollectionErrors.h"
@@ -47,6 +48,44 @@ void CLuxArchive::ClearForLoading() noexcept {
     names_.Clear();
     nameSummary_ = 0;
     nextRead_ = 0;
+    source_ = nullptr;
+    sourceFailure_ = nullptr;
+}
+
+void CLuxArchive::ReadFrom(ArchiveSource& source) noexcept {
+    ObjectLock::Guard lock(lock_);
+    source_ = &source;
+}
+
+void CLuxArchive::FinishReading() {
+    ObjectLock::Guard lock(lock_);
+    if (sourceFailure_) std::rethrow_exception(std::exchange(sourceFailure_, nullptr));
+    PullAllLocked();
+}
+
+bool CLuxArchive::PullLocked() {
+    if (!source_) return false;
+    std::string& name = pulledName_;  // keeps its room from one value to the next
+    Variant value;
+    try {
+        for (;;) {
+            if (!source_->NextEntry(name, value)) {
+                source_ = nullptr;
+                return false;
+            }
+            if (!HasNameLocked(name)) break;
+            source_->DroppedDuplicate(name);
+            value = Variant();
+        }
+        AppendLocked(name, std::move(value));
+    } catch (...) {
+        // Persist sees this as a failed read and may report it in its own way; the
+        // formatter gets it back as it was from FinishReading.
+        sourceFailure_ = std::current_exception();
+        source_ = nullptr;
+        throw;
+    }
+    return true;
 }
 
 void CLuxArchive::AddEntry(std::string_view name, Variant&& value) {
@@ -66,22 +105,33 @@ bool CLuxArchive::TakeEntry(std::string_view name, Variant& value) {
     return true;
 }
 
-size_t CLuxArchive::EntryCount() const {
+size_t CLuxArchive::EntryCount() {
+    ObjectLock::Guard lock(lock_);
+    PullAllLocked();
+    return entries_.size();
+}
+
+size_t CLuxArchive::EntriesHeld() const {
     ObjectLock::Guard lock(lock_);
     return entries_.size();
 }
 
-int32_t CLuxArchive::FindToReadLocked(std::string_view name) const noexcept {
-    int32_t at;
+int32_t CLuxArchive::FindToReadLocked(std::string_view name) {
     // The same code wrote and reads the names: they nearly always match byte for byte.
     const auto expected = [&](std::string_view stored) noexcept {
         return stored.size() == name.size() &&
                (std::memcmp(stored.data(), name.data(), name.size()) == 0 || collection::KeyEqual()(stored, name));
     };
-    if (nextRead_ < entries_.size() && expected(entries_[nextRead_].key.view()))
+    if (nextRead_ == entries_.size()) PullLocked();  // the next value, read as it is asked for
+    int32_t at;
+    if (nextRead_ < entries_.size() && expected(entries_[nextRead_].key.view())) {
         at = static_cast<int32_t>(nextRead_);
-    else
-        at = FindLocked(name);
+    } else {
+        PullAllLocked();  // a name out of order, or absent: only all the names can tell
+        // The name after the last one stored (the end of a collection's items, say) is
+        // mostly absent, and the summary of names says so without a search.
+        at = (nameSummary_ & SummaryBit(name)) == 0 ? -1 : FindLocked(name);
+    }
     if (at >= 0) nextRead_ = static_cast<size_t>(at) + 1;
     return at;
 }
@@ -156,7 +206,7 @@ HRESULT CLuxArchive::Save(ILuxPersistArchive& object, ArchiveWriter& writer, int
     return persisted;
 }
 
-bool CLuxArchive::Read(std::string_view name, VARTYPE vt, Variant& value, int32_t messageId) const {
+bool CLuxArchive::Read(std::string_view name, VARTYPE vt, Variant& value, int32_t messageId) {
     CheckLoading("Reading a value");
     Variant stored;
     {
@@ -282,6 +332,7 @@ HRESULT CLuxArchive::get__NewEnum(IUnknown** Enumerator) {
         CLuxEnumVariant::Items snapshot;
         {
             ObjectLock::Guard lock(lock_);
+            PullAllLocked();
             snapshot.reserve(entries_.size());
             for (const Entry& entry : entries_) snapshot.push_back(entry.value);
         }
@@ -296,6 +347,7 @@ HRESULT CLuxArchive::get_Count(LONG* Count) {
     return Guarded("get_Count", ILuxArchive::iid, [&] {
         if (!Count) return E_POINTER;
         ObjectLock::Guard lock(lock_);
+        PullAllLocked();
         *Count = static_cast<LONG>(entries_.size());
         return S_OK;
     });
@@ -321,6 +373,7 @@ HRESULT CLuxArchive::get_Item(VARIANT KeyOrIndex, VARIANT* Item) {
         Variant copy;
         {
             ObjectLock::Guard lock(lock_);
+            PullAllLocked();
             copy = entries_[LocateLocked(wanted)].value;
         }
         *Item = copy.Detach();
@@ -336,6 +389,7 @@ HRESULT CLuxArchive::FindItem(VARIANT Item, LONG* Index) {
         Variant wanted;
         ThrowIfFailed(VariantCopyInd(wanted.Out(), &Item));
         ObjectLock::Guard lock(lock_);
+        PullAllLocked();
         for (size_t i = 0; i < entries_.size(); ++i) {
             if (SameCollectionItem(entries_[i].value.get(), wanted.get())) {
                 *Index = static_cast<LONG>(i);
@@ -353,6 +407,7 @@ HRESULT CLuxArchive::get_Key(LONG Index, BSTR* Key) {
         Bstr copy;
         {
             ObjectLock::Guard lock(lock_);
+            PullAllLocked();
             const auto count = static_cast<int32_t>(entries_.size());
             if (Index < 0 || Index >= count) CollectionErrors::ThrowInvalidIndex(Index, count);
             copy = Bstr(entries_[Index].key.text);
@@ -366,6 +421,7 @@ HRESULT CLuxArchive::FindKey(BSTR Key, LONG* Index) {
     return Guarded("FindKey", ILuxArchive::iid, [&] {
         if (!Index) return E_POINTER;
         ObjectLock::Guard lock(lock_);
+        PullAllLocked();
         *Index = BstrView(Key).empty() ? luxNoIndex : FindLocked(BstrView(Key));
         return S_OK;
     });

@@ -11,12 +11,18 @@
 //    unless an object precedes it;
 //  - loading: the formatter fills it with the object's named values first; Persist then
 //    reads them back by name, converted to the type asked for. A name the archive does not
-//    hold leaves the value as it was and answers S_FALSE.
+//    hold leaves the value as it was and answers S_FALSE. A formatter may instead hand it
+//    a source (ReadFrom) that reads the values as Persist asks for them: an object reads
+//    its values in the order it saved them, so the next stored value is nearly always the
+//    one asked for and goes to Persist as soon as it is read. Anything else (a name out of
+//    order or absent, the count, an item by index) first reads the rest, and the archive
+//    then answers exactly as if it had been filled first.
 // Names compare as collection keys do (ASCII case-insensitively). The archive fires no
 // events and is not an ILuxObject.
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,6 +38,18 @@
 #include "platform/Variant.h"
 
 namespace tessaly::core {
+
+// Where a loading archive reads the values it does not hold yet.
+class ArchiveSource {
+public:
+    // The next stored value and its name; false once the object's values end.
+    virtual bool NextEntry(std::string& name, Variant& value) = 0;
+    // A value was read under a name the archive holds already, and dropped.
+    virtual void DroppedDuplicate(std::string_view name) = 0;
+
+protected:
+    ~ArchiveSource() = default;
+};
 
 class CLuxArchive : public ComObject<CLuxArchive, ILuxArchive> {
 public:
@@ -55,10 +73,20 @@ public:
     // Loading archives: the formatter's side. A second value under one name throws
     // ccArchive::Duplicate.
     void AddEntry(std::string_view name, Variant&& value);
+    // Values not added are read from `source` when they are asked for, until FinishReading.
+    // The source is called with the archive's lock held, on the thread that reads.
+    void ReadFrom(ArchiveSource& source) noexcept;
+    // Reads what the source still holds into the archive and lets go of the source. A
+    // failure of the source met while Persist was reading (which Persist only saw as a
+    // failed read) is thrown here again as it was first thrown.
+    void FinishReading();
     // The stored value moved out (the entry stays, empty): an object's own Persist reads
     // each value once, and a large array is not copied. False when the name is absent.
     bool TakeEntry(std::string_view name, Variant& value);
-    size_t EntryCount() const;
+    // Every value, the ones a source has still to give included.
+    size_t EntryCount();
+    // The values read so far: all of them unless a source still has more.
+    size_t EntriesHeld() const;
 
     // What the Persist members do, without names as BSTRs.
     // Saving: records the name (refusing a repeat) and hands the value on (or holds it
@@ -70,7 +98,7 @@ public:
     // Loading: a copy of the stored value converted to `vt` (VT_VARIANT: as stored); false
     // when the name is absent. A value that does not convert throws ccArchive::BadType
     // described by `messageId` with the name.
-    bool Read(std::string_view name, VARTYPE vt, Variant& value, int32_t messageId) const;
+    bool Read(std::string_view name, VARTYPE vt, Variant& value, int32_t messageId);
 
     // ILuxArchive
     HRESULT PersistVariant(BSTR Name, VARIANT* Value) override;
@@ -133,8 +161,17 @@ private:
         return uint64_t{1} << (mixed >> 26);
     }
     // The same for a value being read. An object reads its values in the order it saved
-    // them, so the entry after the last one read is tried before any search.
-    int32_t FindToReadLocked(std::string_view name) const noexcept;
+    // them, so the entry after the last one read is tried before any search; with a source,
+    // that entry is read first when it has not been.
+    int32_t FindToReadLocked(std::string_view name);
+    // Reads one more value from the source into the entries (skipping a repeated name);
+    // false when the source has no more. A failure of the source is kept for FinishReading.
+    bool PullLocked();
+    // Reads everything the source still holds.
+    void PullAllLocked() {
+        while (PullLocked()) {
+        }
+    }
     // Appends an entry under a name it does not have yet; unchanged on failure.
     void AppendLocked(std::string_view name, Variant&& value);
     int32_t LocateLocked(const collection::KeyOrIndex& wanted) const;
@@ -148,6 +185,9 @@ private:
     collection::KeyIndex names_{16};
     uint64_t nameSummary_ = 0;  // SummaryBit of every name appended
     mutable size_t nextRead_ = 0;  // the entry after the last one read
+    ArchiveSource* source_ = nullptr;  // loading: where the values not held yet come from
+    std::exception_ptr sourceFailure_;  // what the source threw, for FinishReading
+    std::string pulledName_;            // the name of the value being read from the source
 };
 
 }  // namespace tessaly::core

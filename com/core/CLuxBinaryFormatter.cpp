@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <limits>
 #include <new>
 #include <string>
@@ -368,7 +369,7 @@ public:
     // read, so that a cut-off archive leaves an existing root as it was.
     ComPtr<IDispatch> ReadDocument() {
         if (archive_.Read<uint8_t>() != kNewObject) throw ccArchive::BadContent("the archive does not start with an object");
-        Pending root = ReadNewObject();
+        Pending root = ReadNewObject(false);
         if (archive_.Read<uint8_t>() != kEndOfArchive) throw ccArchive::BadContent("no end mark after the root object");
         Complete(root);
         return loader_.Finish();
@@ -383,13 +384,33 @@ private:
     // An object read but not yet loaded.
     struct Pending {
         IDispatch* object = nullptr;
-        std::string name;
+        uint32_t id = 0;
+        size_t classIndex = 0;
         ComPtr<CLuxArchive> archive;  // archive-persisted
         std::vector<uint8_t> bytes;   // stream-persisted
+        bool loaded = false;          // loaded as its values were read
     };
 
-    static std::string Describe(uint32_t id, const std::string& progId) {
-        return ObjectGraphSaver::DescribeObject(progId) + " (object " + std::to_string(id) + ")";
+    // Hands an object's values to its archive one at a time, as Persist asks for them.
+    class EntryStream final : public ArchiveSource {
+    public:
+        EntryStream(BinaryReader& reader, const Pending& owner) noexcept : reader_(reader), owner_(owner) {}
+        bool NextEntry(std::string& name, Variant& value) override { return reader_.ReadEntry(owner_, name, value); }
+        void DroppedDuplicate(std::string_view name) override { reader_.WarnDuplicate(owner_, name); }
+
+    private:
+        BinaryReader& reader_;
+        const Pending& owner_;
+    };
+
+    // Objects nested deeper than this are read whole before they load, as the root is:
+    // loading while reading puts the stack of a Persist between each level and the next.
+    static constexpr uint32_t kLoadWhileReadingDepth = 64;
+
+    // Made only for a warning or a failure: most objects never need it.
+    std::string Describe(const Pending& pending) const {
+        return ObjectGraphSaver::DescribeObject(classes_[pending.classIndex].progId) + " (object " +
+               std::to_string(pending.id) + ")";
     }
 
     void Complete(Pending& pending) {
@@ -413,15 +434,18 @@ private:
                 return object;
             }
             case kNewObject: {
-                Pending pending = ReadNewObject();
-                Complete(pending);
+                Pending pending = ReadNewObject(true);
+                if (!pending.loaded) Complete(pending);
                 return pending.object;
             }
             default: throw ccArchive::BadContent("an object value of kind " + std::to_string(kind));
         }
     }
 
-    Pending ReadNewObject() {
+    // `loadNow`: a new object below the root, loaded as its values are read, so that they
+    // reach its Persist without being stored by name first. The root waits for the end
+    // mark, so that a cut-off archive leaves an existing root as it was.
+    Pending ReadNewObject(bool loadNow) {
         const Nesting level(depth_, [] {
             throw ccArchive::BadContent("objects and arrays are nested deeper than " +
                                         std::to_string(CLuxBinaryFormatter::kMaxDepth) + " levels");
@@ -433,28 +457,32 @@ private:
                                         " comes next");
         }
         ++objects_;
-        const ClassRecord& record = ReadClass();
         Pending pending;
-        pending.name = Describe(id, record.progId);
+        pending.id = id;
+        pending.classIndex = ReadClass();
+        const ClassRecord& record = classes_[pending.classIndex];
         // An object made from a null class ID cannot be made again.
         if (record.clsid == GUID_NULL) FormatterErrors::Throw(ids_LuxFormatter_CantCreateObject_1, {FormatterErrors::kNoProgIdName});
         pending.object = loader_.Create(record.clsid, id);
         const uint8_t kind = archive_.Read<uint8_t>();
-        if (kind == kArchivePersisted) {
+        if (kind == kArchivePersisted && loadNow && depth_ <= kLoadWhileReadingDepth) {
+            LoadWhileReading(pending);
+        } else if (kind == kArchivePersisted) {
             pending.archive = loader_.NewArchive();
-            ReadEntries(*pending.archive, pending.name);
+            ReadEntries(*pending.archive, pending);
         } else if (kind == kStreamPersisted) {
             pending.bytes.resize(archive_.ReadLength());
             archive_.ReadBlock(pending.bytes.data(), pending.bytes.size());
         } else {
-            throw ccArchive::BadContent(pending.name + " is kept in way " + std::to_string(kind));
+            throw ccArchive::BadContent(Describe(pending) + " is kept in way " + std::to_string(kind));
         }
         return pending;
     }
 
-    const ClassRecord& ReadClass() {
+    // The index of the class in classes_.
+    size_t ReadClass() {
         const uint32_t index = archive_.Read<uint32_t>();
-        if (index < classes_.size()) return classes_[index];
+        if (index < classes_.size()) return index;
         if (index != classes_.size())
             throw ccArchive::BadContent("class " + std::to_string(index) + " where " + std::to_string(classes_.size()) +
                                         " comes next");
@@ -470,21 +498,52 @@ private:
         }
         record.progId = archive_.ReadString();
         classes_.push_back(std::move(record));
-        return classes_.back();
+        return index;
     }
 
-    void ReadEntries(CLuxArchive& archive, const std::string& owner) {
-        for (;;) {
-            const uint8_t mark = archive_.Read<uint8_t>();
-            if (mark == kEndOfEntries) return;
-            if (mark != kEntry) throw ccArchive::BadContent("a value of " + owner + " marked " + std::to_string(mark));
-            std::string name = archive_.ReadString();
-            Variant value = ReadValue();
+    // The object's Persist reads its values from the stream. The failures come out in the
+    // order they would if all the values had been read first: the stream's own (a cut-off
+    // or damaged value, or a failure of a sub-object met while reading), then Persist's.
+    void LoadWhileReading(Pending& pending) {
+        ComPtr<CLuxArchive> archive = loader_.NewArchive();
+        EntryStream source(*this, pending);
+        archive->ReadFrom(source);
+        std::exception_ptr persistFailure;
+        try {
+            loader_.LoadEntries(pending.object, *archive);
+        } catch (...) {
+            persistFailure = std::current_exception();
+        }
+        archive->FinishReading();  // lets go of the source whatever it throws
+        if (persistFailure) std::rethrow_exception(persistFailure);
+        loader_.Recycle(std::move(archive));
+        pending.loaded = true;
+    }
+
+    // The next value of an object; false at the end of its values.
+    bool ReadEntry(const Pending& owner, std::string& name, Variant& value) {
+        const uint8_t mark = archive_.Read<uint8_t>();
+        if (mark == kEndOfEntries) return false;
+        if (mark != kEntry) throw ccArchive::BadContent("a value of " + Describe(owner) + " marked " + std::to_string(mark));
+        archive_.ReadString(name);
+        value = ReadValue();
+        return true;
+    }
+
+    void WarnDuplicate(const Pending& owner, std::string_view name) {
+        loader_.Warn("The value " + std::string(name) + " of " + Describe(owner) + " is stored twice; the second one was skipped.");
+    }
+
+    void ReadEntries(CLuxArchive& archive, const Pending& owner) {
+        std::string name;
+        Variant value;
+        while (ReadEntry(owner, name, value)) {
             try {
                 archive.AddEntry(name, std::move(value));
             } catch (const ccArchive::Duplicate&) {
-                loader_.Warn("The value " + name + " of " + owner + " is stored twice; the second one was skipped.");
+                WarnDuplicate(owner, name);
             }
+            value = Variant();
         }
     }
 
@@ -526,6 +585,11 @@ private:
     BSTR ReadString(bool allocateEmpty) {
         const uint32_t length = archive_.ReadLength();
         if (length == 0 && !allocateEmpty) return nullptr;
+        if (const uint8_t* bytes = archive_.TakeBuffered(length)) {
+            BSTR text = SysAllocStringLen(reinterpret_cast<const char*>(bytes), length);
+            if (!text) throw std::bad_alloc();
+            return text;
+        }
         Bstr text = Bstr::Attach(SysAllocStringLen(nullptr, length));
         if (!text.get()) throw std::bad_alloc();
         archive_.ReadBlock(text.get(), length);

@@ -298,6 +298,113 @@ TEST_F(PersistTest, ValuesReadInAnyOrderAreFoundWhateverWasReadBefore) {
     }
 }
 
+// Hands out prepared values one at a time, as the binary reader does.
+class ListSource final : public core::ArchiveSource {
+public:
+    bool NextEntry(std::string& name, Variant& value) override {
+        if (next == values.size()) {
+            if (cutOff) throw ccArchive::Eof("cut off after " + std::to_string(next) + " values");
+            return false;
+        }
+        name = values[next].first;
+        value = values[next].second;
+        ++next;
+        return true;
+    }
+    void DroppedDuplicate(std::string_view name) override { dropped += std::string(name) + ";"; }
+
+    std::vector<std::pair<std::string, Variant>> values;
+    size_t next = 0;
+    bool cutOff = false;
+    std::string dropped;
+};
+
+TEST_F(PersistTest, AnArchiveReadingFromASourceReadsAheadOnlyWhenAskedOutOfOrder) {
+    ListSource source;
+    source.values = {{"A", Variant(1)}, {"B", Variant(2)}, {"a", Variant(3)}, {"C", Variant("c")}};
+    auto archive = CLuxArchive::ForLoading(luxPersistOptionAll);
+    archive->ReadFrom(source);
+    LONG value = 0;
+    EXPECT_EQ(archive->PersistI4(Bstr("a").get(), &value), S_OK);
+    EXPECT_EQ(value, 1);
+    EXPECT_EQ(source.next, 1u) << "the value asked for is the next one: nothing read ahead";
+    EXPECT_EQ(archive->EntriesHeld(), 1u);
+    EXPECT_EQ(archive->PersistI4(Bstr("B").get(), &value), S_OK);
+    EXPECT_EQ(value, 2);
+    EXPECT_EQ(source.next, 2u);
+    // An absent name reads the rest; the repeat of A is dropped and the first value stands.
+    LONG untouched = 7;
+    EXPECT_EQ(archive->PersistI4(Bstr("D").get(), &untouched), S_FALSE);
+    EXPECT_EQ(untouched, 7);
+    EXPECT_EQ(source.next, 4u);
+    EXPECT_EQ(source.dropped, "a;");
+    EXPECT_EQ(archive->PersistI4(Bstr("A").get(), &value), S_OK);
+    EXPECT_EQ(value, 1);
+    EXPECT_NO_THROW(archive->FinishReading());
+    LONG count = 0;
+    EXPECT_EQ(archive->get_Count(&count), S_OK);
+    EXPECT_EQ(count, 3);
+
+    // The members that need every value read the rest first, and answer as a filled archive.
+    ListSource second;
+    second.values = {{"X", Variant(1.5)}, {"Name", Variant("cam")}, {"Y", Variant(2.5)}};
+    auto other = CLuxArchive::ForLoading(luxPersistOptionAll);
+    other->ReadFrom(second);
+    double x = 0;
+    EXPECT_EQ(other->PersistR8(Bstr("X").get(), &x), S_OK);
+    EXPECT_EQ(x, 1.5);
+    LONG index = -1;
+    EXPECT_EQ(other->FindKey(Bstr("y").get(), &index), S_OK);
+    EXPECT_EQ(index, 2);
+    EXPECT_EQ(second.next, 3u);
+    Bstr key;
+    EXPECT_EQ(other->get_Key(1, key.Out()), S_OK);
+    EXPECT_EQ(key.str(), "Name");
+    EXPECT_EQ(other->EntryCount(), 3u);
+    other->FinishReading();
+
+    // Counting reads everything; a collection reserving room does not make it read ahead.
+    ListSource third;
+    third.values = {{"Item0", Variant(1)}, {"Item1", Variant(2)}};
+    auto counted = CLuxArchive::ForLoading(luxPersistOptionAll);
+    counted->ReadFrom(third);
+    ArchiveAccess access(counted.get(), luxPersistOptionAll);
+    EXPECT_EQ(access.StoredCountSoFar(), 0u);
+    EXPECT_EQ(third.next, 0u);
+    EXPECT_EQ(access.StoredCount(), 2u);
+    EXPECT_EQ(third.next, 2u);
+    counted->FinishReading();
+}
+
+TEST_F(PersistTest, ASourceThatFailsFailsTheReadAndFinishingThrowsItsOwnFailure) {
+    ListSource source;
+    source.values = {{"X", Variant(4.0)}};
+    source.cutOff = true;
+    auto archive = CLuxArchive::ForLoading(luxPersistOptionAll);
+    archive->ReadFrom(source);
+    double x = 0, y = 9;
+    EXPECT_EQ(archive->PersistR8(Bstr("X").get(), &x), S_OK);
+    EXPECT_EQ(x, 4.0);
+    EXPECT_EQ(archive->PersistR8(Bstr("Y").get(), &y), e_Lux_BadFileFormat);
+    EXPECT_EQ(y, 9) << "a failed read leaves the value as it was";
+    EXPECT_THROW(archive->FinishReading(), ccArchive::Eof);
+    EXPECT_NO_THROW(archive->FinishReading()) << "thrown once; the source is let go";
+    EXPECT_EQ(archive->EntryCount(), 1u);
+
+    // An object's Persist over such an archive assigns nothing.
+    auto point = NewPoint(1, 2);
+    ListSource cut;
+    cut.values = {{"X", Variant(5.0)}};
+    cut.cutOff = true;
+    auto loading = CLuxArchive::ForLoading(luxPersistOptionAll);
+    loading->ReadFrom(cut);
+    EXPECT_EQ(Load(point.get(), loading.get(), luxPersistOptionAll | luxPersistOptionNoResetOnLoad), e_Lux_BadFileFormat);
+    EXPECT_THROW(loading->FinishReading(), ccArchive::Eof);
+    double px = 0;
+    EXPECT_EQ(point->get_X(&px), S_OK);
+    EXPECT_EQ(px, 1);
+}
+
 TEST_F(PersistTest, LargeArchivesFindEveryNameAndRefuseRepeats) {
     // Past a few entries names are found through a table that grows as entries come in.
     auto archive = CLuxArchive::ForLoading(luxPersistOptionAll);

@@ -104,6 +104,35 @@ TEST(ArchiveTest, NumbersStringsAndBlocksRoundTripLittleEndian) {
     EXPECT_THROW(in.Read<uint8_t>(), ccArchive::Eof);
 }
 
+TEST(ArchiveTest, StringsReadIntoOneStringWhereverTheBufferEnds) {
+    // Strings of every length around the end of the read buffer, read into one string
+    // that keeps its room: those that lie in the buffer are taken from it, the rest read.
+    ccTransferArchive out;
+    std::vector<std::string> written;
+    for (size_t length = 0; length < 40; ++length) written.push_back(std::string(length * 3 + 4000, char('a' + length % 26)));
+    for (const std::string& text : written) out.WriteString(text);
+    for (uint8_t byte = 1; byte <= 8; ++byte) out.Write<uint8_t>(byte);
+    ccTransferArchive in(out.TakeBytes());
+    std::string text = "left over from before";
+    for (const std::string& expected : written) {
+        in.ReadString(text);
+        ASSERT_EQ(text, expected);
+    }
+    // The next bytes, taken from the buffer only when they are all there.
+    EXPECT_EQ(in.Read<uint8_t>(), 1);  // the rest is buffered now
+    const uint64_t position = in.Position();
+    EXPECT_EQ(in.TakeBuffered(8), nullptr);
+    EXPECT_EQ(in.Position(), position) << "nothing consumed";
+    const uint8_t* rest = in.TakeBuffered(7);
+    ASSERT_NE(rest, nullptr);
+    EXPECT_EQ((Bytes(rest, rest + 7)), (Bytes{2, 3, 4, 5, 6, 7, 8}));
+    EXPECT_EQ(in.Position(), position + 7);
+    EXPECT_EQ(in.Remaining(), 0u);
+    text = "x";
+    EXPECT_THROW(in.ReadString(text), ccArchive::Eof);
+    EXPECT_EQ(text, "x");
+}
+
 TEST(ArchiveTest, HeaderIsMagicVersionAndReservedWord) {
     ccTransferArchive out;
     EXPECT_EQ(out.TakeBytes(), WithHeader({}));

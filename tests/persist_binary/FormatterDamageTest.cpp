@@ -12,6 +12,7 @@
 #include "persist/ccArchive.h"
 #include "persist/ccTransferArchive.h"
 #include "support/AllocationCounter.h"
+#include "support/TestPoint.h"
 
 namespace tessaly::test {
 namespace {
@@ -332,6 +333,100 @@ TEST_F(FormatterDamageTest, BrokenStructureIsNamedExactly) {
         ExpectRefused(Load(broken.bytes, existing.get()), broken.hr, broken.failure);
     }
     EXPECT_EQ(Contents(existing.get()), "kept;");
+}
+
+
+// Objects below the root load as their values are read: these tests pin down that they end
+// exactly as if every value had been stored first.
+class LoadWhileReadingTest : public FormatterDamageTest {
+public:
+    static std::string KeyOf(ILuxCollection* collection, LONG index) {
+        Bstr key;
+        EXPECT_EQ(collection->get_Key(index, key.Out()), S_OK);
+        return key.str();
+    }
+    static ComPtr<ILuxCollection> Inner(ILuxCollection* collection, LONG index) {
+        const Variant item = Item(collection, index);
+        ComPtr<ILuxCollection> inner;
+        if (item.get().vt == VT_DISPATCH && item.get().pdispVal) {
+            EXPECT_EQ(item.get().pdispVal->QueryInterface(ILuxCollection::iid, inner.OutVoid()), S_OK);
+        }
+        EXPECT_TRUE(inner) << "item " << index << " is no collection";
+        return inner;
+    }
+    // A TestPoint (its Persist reads X, Y, Marker in that order) as the first object of its class.
+    static Forge& NewPoint(Forge& forge, uint32_t id, uint32_t classIndex) {
+        const CoClassInfo& point = TestPoint::CoClass();
+        return forge.NewObject(id, classIndex, point.clsid, 1, point.progId).U8(Forge::kEntries);
+    }
+};
+
+TEST_F(LoadWhileReadingTest, ValuesOutOfOrderUnreadOrRepeatedLoadAsIfStoredFirst) {
+    Forge forge;
+    forge.NewCollection(1)
+        .Entry("Item0").U16(VT_DISPATCH).NewOfClass(2, 0)
+            .Entry("Key1").U16(VT_BSTR).Text("b")  // before its item
+            .Entry("Extra").U16(VT_DISPATCH).NewOfClass(3, 0)  // a name the collection never reads
+                .Entry("Item0").I4(9).U8(Forge::kEnd)
+            .Entry("Item1").I4(2)
+            .Entry("ITEM1").I4(3)  // a repeat: skipped with a warning
+            .Entry("Item0").I4(1)
+            .U8(Forge::kEnd)
+        .Entry("Item1").U16(VT_DISPATCH).U8(Forge::kReference).U32(3)  // the object under the unread name
+        .Entry("Item2").U16(VT_DISPATCH).NewOfClass(4, 0)  // in order, the common case
+            .Entry("Item0").U16(VT_BSTR).Text("x")
+            .Entry("Key0").U16(VT_BSTR).Text("k")
+            .U8(Forge::kEnd)
+        .U8(Forge::kEnd)
+        .U8(Forge::kEndOfArchive);
+    const Loaded loaded = Load(forge.Bytes());
+    ASSERT_EQ(loaded.hr, S_OK) << loaded.error.description;
+    ASSERT_EQ(loaded.warnings.size(), 1u);
+    EXPECT_NE(loaded.warnings[0].find("ITEM1 of Tessaly.LuxCollection.1 (object 2)"), std::string::npos)
+        << loaded.warnings[0];
+    auto root = loaded.object.As<ILuxCollection>();
+    ASSERT_EQ(Count(root.get()), 3);
+    auto out = Inner(root.get(), 0);
+    EXPECT_EQ(Contents(out.get()), "1;2;");
+    EXPECT_EQ(KeyOf(out.get(), 0), "");
+    EXPECT_EQ(KeyOf(out.get(), 1), "b");
+    EXPECT_EQ(Contents(Inner(root.get(), 1).get()), "9;");
+    auto in = Inner(root.get(), 2);
+    EXPECT_EQ(Contents(in.get()), "x;");
+    EXPECT_EQ(KeyOf(in.get(), 0), "k");
+}
+
+TEST_F(LoadWhileReadingTest, DamageInAnObjectBelowTheRootIsReportedBeforeItsPersistRefuses) {
+    auto existing = NewCollection();
+    Add(existing.get(), Variant("kept").get());
+    const LONG live = Module::LiveObjectCount();
+    // The point's Persist refuses X (text that is no number) before reading on; the stream
+    // damage after it is what a load that read every value first would have met first.
+    Forge damaged;
+    damaged.NewCollection(1).Entry("Item0").U16(VT_DISPATCH);
+    NewPoint(damaged, 2, 1).Entry("X").U16(VT_BSTR).Text("abc").Entry("Y").U16(VT_DECIMAL).U32(0);
+    ExpectRefused(Load(damaged.Bytes(), existing.get()), e_Lux_BadFileFormat, "ccArchive::UnknownType");
+    // Cut off after the bad X: the end of the input, not the bad value.
+    Forge cut;
+    cut.NewCollection(1).Entry("Item0").U16(VT_DISPATCH);
+    NewPoint(cut, 2, 1).Entry("X").U16(VT_BSTR).Text("abc");
+    ExpectRefused(Load(cut.Bytes(), existing.get()), e_Lux_BadFileFormat, "ccArchive::Eof");
+    // Damage met while Persist reads (the value of Y) reaches the caller as it was, not as
+    // the point's failed read.
+    Forge early;
+    early.NewCollection(1).Entry("Item0").U16(VT_DISPATCH);
+    NewPoint(early, 2, 1).Entry("X").U16(VT_R8).U32(0).U32(0).Entry("Y").U16(VT_UNKNOWN).U8(7);
+    ExpectRefused(Load(early.Bytes(), existing.get()), e_Lux_BadFileFormat, "ccArchive::BadContent");
+    // Without damage, the point's own refusal stands.
+    Forge refused;
+    refused.NewCollection(1).Entry("Item0").U16(VT_DISPATCH);
+    NewPoint(refused, 2, 1).Entry("X").U16(VT_BSTR).Text("abc").Entry("Y").U16(VT_R8).U32(0).U32(0).U8(Forge::kEnd);
+    refused.U8(Forge::kEnd).U8(Forge::kEndOfArchive);
+    const Loaded loaded = Load(refused.Bytes(), existing.get());
+    ExpectRefused(loaded, e_Lux_BadFileFormat, "ccArchive::BadType");
+    EXPECT_EQ(loaded.error.description.find("ccArchive::UnknownType"), std::string::npos);
+    EXPECT_EQ(Contents(existing.get()), "kept;");
+    EXPECT_EQ(Module::LiveObjectCount(), live);
 }
 
 }  // namespace

@@ -47,6 +47,11 @@ size_t ArchiveAccess::StoredCount() const {
     return 0;
 }
 
+size_t ArchiveAccess::StoredCountSoFar() const {
+    if (own_) return own_->EntriesHeld();
+    return 0;
+}
+
 void ArchiveAccess::Write(std::string_view name, const VARIANT& value) {
     if (own_) {
         own_->Write(name, value);

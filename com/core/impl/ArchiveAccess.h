@@ -50,9 +50,12 @@ public:
         return content == Content::Always || (options_ & static_cast<int32_t>(content)) != 0;
     }
     ILuxArchive* Archive() const noexcept { return archive_; }
-    // Loading: how many values the archive holds (0 when it cannot say cheaply), for
-    // reserving room.
+    // Loading: how many values the archive holds (0 when it cannot say cheaply). An
+    // archive that reads its values as they are asked for reads all the rest to answer.
     size_t StoredCount() const;
+    // Loading: how many values the archive has read so far, without reading more: all of
+    // them, or fewer when it reads them as they are asked for. For reserving room.
+    size_t StoredCountSoFar() const;
 
     void Persist(std::string_view name, uint8_t& value, Content content = Content::Always);
     void Persist(std::string_view name, int16_t& value, Content content = Content::Always);

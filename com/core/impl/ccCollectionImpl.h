@@ -166,12 +166,13 @@ public:
             return;
         }
         // Entries and their key index are built aside and swapped in by the commit.
-        const size_t stored = archive.StoredCount();  // items and keys: a bound on the items
         std::vector<Entry> loaded;
-        loaded.reserve(stored);
         for (size_t i = 0;; ++i) {
             Variant value;
             if (!archive.Read(item.For(i), value)) break;
+            // Items and keys read so far bound the items; an archive that reads as it is
+            // asked may have read only this one, and a handful is the common size.
+            if (i == 0) loaded.reserve(std::max<size_t>(archive.StoredCountSoFar(), 8));
             Entry entry{Bstr(), Items::FromArchive(std::move(value), std::string(item.For(i)))};
             Variant text;
             if (archive.Read(key.For(i), text)) {
