@@ -56,17 +56,11 @@ void CLuxImage24PlanarColor::ResetState() {
 
 void CLuxImage24PlanarColor::PersistState(core::ArchiveAccess& archive) {
     PersistSpaces(archive);
-    const bool images = (archive.Options() & (luxPersistOptionInputImages | luxPersistOptionOutputImages)) != 0;
+    const bool images = PersistsPixels(archive);
     if (archive.Saving()) {
         archive.Persist("ColorSpace", colorSpace_);
         if (!images) return;
-        for (int i = 0; i < 3; ++i) {
-            VARIANT value;
-            VariantInit(&value);
-            value.vt = VT_DISPATCH;
-            value.pdispVal = roots_[i].get();  // lent
-            archive.Write(kPixelsNames[i], value);
-        }
+        for (int i = 0; i < 3; ++i) WriteObject(archive, kPixelsNames[i], roots_[i].get());
         return;
     }
     Variant space;
@@ -79,18 +73,8 @@ void CLuxImage24PlanarColor::PersistState(core::ArchiveAccess& archive) {
     if (!images) return;
     Roots loaded;
     int present = 0;
-    for (int i = 0; i < 3; ++i) {
-        Variant value;
-        if (!archive.Read(kPixelsNames[i], value)) continue;
-        const VARIANT& held = value.get();
-        if ((held.vt == VT_DISPATCH || held.vt == VT_UNKNOWN) && held.punkVal) {
-            held.punkVal->QueryInterface(IID_ILuxImage8Root, loaded[i].OutVoid());
-            if (!loaded[i])
-                throw ccArchive::BadType(std::string(kPixelsNames[i]) + " is not an 8-bit root",
-                                         ids_Lux_ReadInvalidObject_1, {kPixelsNames[i]});
-            ++present;
-        }
-    }
+    for (int i = 0; i < 3; ++i)
+        if (ReadObject(archive, kPixelsNames[i], loaded[i], true) && loaded[i]) ++present;
     if (present != 0 && present != 3)
         throw ccArchive::BadType("the planes are not all three present", ids_Lux_ReadInvalidObject_1, {"Pixels0"});
     if (present == 3) {
@@ -111,9 +95,7 @@ HRESULT CLuxImage24PlanarColor::Allocate(LONG Width, LONG Height) {
             if (roots_[0]) {
                 const auto [width, height] = SizeLocked();
                 if (width == Width && height == Height) return S_OK;
-                throw ImageErrors::AllocateSize("the image is " + std::to_string(width) + " x " +
-                                                std::to_string(height) + "; " + std::to_string(Width) + " x " +
-                                                std::to_string(Height) + " was asked for");
+                ThrowOtherSize(width, height, Width, Height);
             }
             CheckAllocateSize(Width, Height);
             Roots made;

@@ -31,4 +31,9 @@ void CheckAllocateSize(int32_t width, int32_t height) {
                                         ": each size must lie in 1..999999");
 }
 
+void ThrowOtherSize(int32_t width, int32_t height, int32_t askedWidth, int32_t askedHeight) {
+    throw ImageErrors::AllocateSize("the image is " + std::to_string(width) + " x " + std::to_string(height) + "; " +
+                                    std::to_string(askedWidth) + " x " + std::to_string(askedHeight) + " was asked for");
+}
+
 }  // namespace tessaly::image

@@ -34,6 +34,8 @@ inline constexpr int32_t kMaxImageSize = 999999;
 
 // Refuses sizes outside 1..999999.
 void CheckAllocateSize(int32_t width, int32_t height);
+// Refuses to allocate an image of width x height again at another size.
+[[noreturn]] void ThrowOtherSize(int32_t width, int32_t height, int32_t askedWidth, int32_t askedHeight);
 
 template <class Derived, class Traits>
 class ccLuxGreyImageImpl : public ccLuxImageImpl<Derived, typename Traits::ITyped, typename Traits::IData> {
@@ -61,28 +63,13 @@ public:
     }
     void PersistState(core::ArchiveAccess& archive) {
         this->PersistSpaces(archive);
-        const bool images = (archive.Options() & (luxPersistOptionInputImages | luxPersistOptionOutputImages)) != 0;
-        if (!images) return;
+        if (!this->PersistsPixels(archive)) return;
         if (archive.Saving()) {
-            VARIANT value;
-            VariantInit(&value);
-            value.vt = VT_DISPATCH;
-            value.pdispVal = root_.get();  // lent
-            archive.Write("Pixels", value);
+            this->WriteObject(archive, "Pixels", root_.get());
             return;
         }
-        Variant value;
-        if (!archive.Read("Pixels", value)) return;
         ComPtr<IRoot> loaded;
-        const VARIANT& held = value.get();
-        const bool nothing = (held.vt == VT_DISPATCH || held.vt == VT_UNKNOWN || held.vt == VT_EMPTY) && !held.punkVal;
-        if (!nothing) {
-            if (held.vt == VT_DISPATCH || held.vt == VT_UNKNOWN)
-                held.punkVal->QueryInterface(IRoot::iid, loaded.OutVoid());
-            if (!loaded)
-                throw ccArchive::BadType("Pixels is not a root of this image's pixels", ids_Lux_ReadInvalidObject_1,
-                                         {"Pixels"});
-        }
+        if (!this->ReadObject(archive, "Pixels", loaded, true)) return;
         archive.OnCommit([this, loaded = std::move(loaded)]() mutable noexcept { SetRootLocked(std::move(loaded)); });
     }
 
@@ -94,9 +81,7 @@ public:
                 if (root_) {
                     const auto [width, height] = RootSizeLocked();
                     if (width == Width && height == Height) return S_OK;
-                    throw ImageErrors::AllocateSize("the image is " + std::to_string(width) + " x " +
-                                                    std::to_string(height) + "; " + std::to_string(Width) + " x " +
-                                                    std::to_string(Height) + " was asked for");
+                    ThrowOtherSize(width, height, Width, Height);
                 }
                 CheckAllocateSize(Width, Height);
                 SetRootLocked(ComPtr<IRoot>(RootClass::Allocate(Width, Height).get()));

@@ -196,12 +196,13 @@ protected:
         });
     }
 
-private:
-    void LinkSpaces() noexcept {
-        children_.Link(spaces_.tree.get());
-        children_.Link(spaces_.pixelFromRoot.get());
+    // Whether the options select the pixels: an image's pixels are image content, written
+    // only with input or output images.
+    static bool PersistsPixels(const core::ArchiveAccess& archive) noexcept {
+        return (archive.Options() & (luxPersistOptionInputImages | luxPersistOptionOutputImages)) != 0;
     }
-
+    // An object property: written lent; read back as interface I (BadType for another
+    // object), or as null for a stored Nothing when `nullable`. False when absent.
     static void WriteObject(core::ArchiveAccess& archive, const char* name, IDispatch* object) {
         VARIANT value;
         VariantInit(&value);
@@ -210,14 +211,21 @@ private:
         archive.Write(name, value);
     }
     template <class I>
-    static bool ReadObject(core::ArchiveAccess& archive, const char* name, ComPtr<I>& object) {
+    static bool ReadObject(core::ArchiveAccess& archive, const char* name, ComPtr<I>& object, bool nullable = false) {
         Variant value;
         if (!archive.Read(name, value)) return false;
         const VARIANT& held = value.get();
-        if ((held.vt == VT_DISPATCH || held.vt == VT_UNKNOWN) && held.punkVal)
-            held.punkVal->QueryInterface(I::iid, object.OutVoid());
+        const bool isObject = held.vt == VT_DISPATCH || held.vt == VT_UNKNOWN;
+        if (nullable && (held.vt == VT_EMPTY || isObject) && !held.punkVal) return true;
+        if (isObject && held.punkVal) held.punkVal->QueryInterface(I::iid, object.OutVoid());
         if (!object) throw ccArchive::BadType(std::string(name) + " is not of its type", ids_Lux_ReadInvalidObject_1, {name});
         return true;
+    }
+
+private:
+    void LinkSpaces() noexcept {
+        children_.Link(spaces_.tree.get());
+        children_.Link(spaces_.pixelFromRoot.get());
     }
 
     ImageSpaces spaces_;
