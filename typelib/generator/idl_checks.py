@@ -36,6 +36,8 @@ STATE_ID_ALLOWANCES = {
     "luxGraphicInteractive_GraphicDOFEnableBase": 0x101101B,
     "luxRectangle_GraphicDOFEnable": 0x101101B,
     "luxRectangleAffine_GraphicDOFEnable": 0x101101B,
+    # A region's run-length mask: no property has this name; the ID is that of CreateRLE.
+    "luxRegion_RLE": 0x101901D,
 }
 
 
