@@ -11,7 +11,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   libboost-dev
   libcereal-dev libpugixml-dev libssl-dev libtinyxml2-dev
-  libopencv-core-dev libopencv-imgcodecs-dev libeigen3-dev
+  libopencv-core-dev libopencv-imgcodecs-dev libopencv-imgproc-dev libeigen3-dev libagg-dev
 )
 
 missing=()
