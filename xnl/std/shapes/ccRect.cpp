@@ -113,6 +113,7 @@ double ccRect::Area() const noexcept { return IsEmpty() ? 0.0 : width_ * height_
 double ccRect::Perimeter() const noexcept { return 2 * (std::max(width_, 0.0) + std::max(height_, 0.0)); }
 
 ccPixelBox ccRect::PixelBounds() const noexcept {
+    if (IsEmpty()) return {};
     ccPixelBox box{ccInsideRule::SpanFirst(x_), ccInsideRule::FirstRow(y_), ccInsideRule::SpanEnd(Right()),
                    ccInsideRule::EndRow(Bottom())};
     return box.IsEmpty() ? ccPixelBox{} : box;
