@@ -7,8 +7,10 @@
 
 #include "ArchiveConverter.h"
 #include "ArchiveDumper.h"
+#include "DemoCommand.h"
 #include "FailureReport.h"
 #include "ImageCommand.h"
+#include "InspectCommand.h"
 #include "TypeLibraryBrowser.h"
 #include "TessalyCore.h"
 #include "com/core/ObjectPersistence.h"
@@ -33,6 +35,10 @@ void PrintUsage(std::ostream& out) {
            "  image info FILE  print the size, kind and plane statistics of an image file\n"
            "  image convert IN OUT\n"
            "                   write an image file's pixels in the format of OUT's extension\n"
+           "  inspect IMAGE --region affine:CX,CY,LX,LY,ROT,SKEW | rect:X,Y,W,H [--space NAME] [--overlay OUT.png]\n"
+           "                   statistics of the pixels under a region, and the region drawn over the image\n"
+           "  demo [IMAGE] [--out DIR]\n"
+           "                   one inspection request from start to end, with its files\n"
            "  help             print this text\n";
 }
 
@@ -116,6 +122,8 @@ int main(int argc, char** argv) {
     if (command == "dump") return RunDump(argc - 2, argv + 2);
     if (command == "convert") return RunConvert(argc - 2, argv + 2);
     if (command == "image") return tessaly::cli::ImageCommand::Run(argc - 2, argv + 2, std::cout, std::cerr);
+    if (command == "inspect") return tessaly::cli::InspectCommand::Run(argc - 2, argv + 2, std::cout, std::cerr);
+    if (command == "demo") return tessaly::cli::DemoCommand::Run(argc - 2, argv + 2, std::cout, std::cerr);
     if (command == "help" || command == "--help" || command == "-h") {
         PrintUsage(std::cout);
         return 0;
