@@ -8,6 +8,7 @@
 #include "ComError.h"
 #include "EventConnection.h"
 #include "ImageFromArray.h"
+#include "OverlayFunctions.h"
 #include "com/image/files/ImageFileObjects.h"
 #include "com/core/ObjectPersistence.h"
 #include "platform/ClassTable.h"
@@ -207,6 +208,7 @@ void AddModuleFunctions(py::module_& module) {
     AddEventFunctions(module);
     AddPersistenceFunctions(module);
     AddImageFunctions(module);
+    AddOverlayFunctions(module);
     AddRuntimeFunctions(module);
 }
 
