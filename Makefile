@@ -20,7 +20,7 @@ test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 
 demo: build
-	$(BUILD)/bin/tessaly typelib
+	$(BUILD)/bin/tessaly demo
 
 clean:
 	rm -rf $(BUILD)
