@@ -102,6 +102,15 @@ TEST(RLEBufferBuilderTest, RectanglesShareRowsWithSpansBeforeAndAfter) {
     nothing.blitH(11, 13, 3);         // below it
     EXPECT_TRUE(nothing.Finish() == ccRLEBuffer(5, 3, 0));
 
+    // A sparse shape gives back the room it did not use; a dense one keeps its little slack.
+    ccRLEBufferBuilder sparse(0, 0, 100, 1000);
+    sparse.blitH(10, 500, 5);
+    const ccRLEBuffer few = sparse.Finish();
+    EXPECT_EQ(few.NumRuns(), 1002);
+    EXPECT_EQ(few.FreeRuns(), 0);
+    EXPECT_EQ(few.Pixel(12, 500), 255);
+    EXPECT_EQ(few.Pixel(99, 999), 0);
+
     ccRLEBufferBuilder empty(0, 0, 0, 4);
     empty.blitH(0, 1, 5);
     const ccRLEBuffer none = empty.Finish();

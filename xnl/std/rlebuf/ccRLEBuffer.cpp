@@ -83,7 +83,17 @@ void ccRLEBuffer::Writer::Grow(int64_t needed) {
     capacity_ = rep->capacity;
 }
 
-ccRLEBuffer ccRLEBuffer::Writer::Finish() noexcept {
+ccRLEBuffer ccRLEBuffer::Writer::Finish(bool trimWaste) noexcept {
+    if (trimWaste && int64_t{capacity_} - count_ > int64_t{count_} + 64) {
+        // Shrinking in place, or moving to a smaller block: a failure keeps the larger one.
+        const size_t bytes = Rep::RunsOffset(height_) + sizeof(ccRLERun) * static_cast<size_t>(count_);
+        if (void* trimmed = std::realloc(rep_, bytes)) {
+            rep_ = trimmed;
+            auto* rep = static_cast<Rep*>(trimmed);
+            rep->capacity = count_;
+            rowStarts_ = rep->RowStarts();
+        }
+    }
     auto* rep = static_cast<Rep*>(rep_);
     rowStarts_[height_] = count_;
     rep->numRuns = count_;

@@ -146,8 +146,9 @@ public:
         void Expect(int64_t more) {
             if (int64_t{count_} + more > capacity_) Grow(int64_t{count_} + more);
         }
-        // The finished buffer; the writer is empty afterwards.
-        ccRLEBuffer Finish() noexcept;
+        // The finished buffer; the writer is empty afterwards. With `trimWaste`, a block
+        // that reserved more than twice the runs it holds gives the rest back.
+        ccRLEBuffer Finish(bool trimWaste = false) noexcept;
 
     private:
         void Grow(int64_t needed);

@@ -84,5 +84,6 @@ ccRLEBuffer ccRLEBufferBuilder::Finish() {
     RequireOpen();
     OpenRow(height_);
     finished_ = true;
-    return writer_.Finish();
+    // A shape that covers little of its box leaves most of the three runs a row unused.
+    return writer_.Finish(true);
 }

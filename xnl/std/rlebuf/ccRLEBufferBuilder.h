@@ -10,7 +10,8 @@
 // valid buffer. Rows and the tails of rows that no span reaches are filled with outside
 // runs as the next row starts, or by Finish. Appends write straight into the buffer's one
 // block, reserved for three runs a row up front (what a convex shape needs) and grown by
-// doubling beyond that: no per-pixel work and no allocation per row.
+// doubling beyond that: no per-pixel work and no allocation per row. Finish gives back
+// what a sparse shape left unused (more than half the block).
 //
 // The span contract of ccSpanSink is checked where it costs one comparison: a span of a
 // row above the present one, or left of the last span of the present row, throws
