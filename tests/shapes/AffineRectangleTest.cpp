@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <latch>
 #include <limits>
 #include <numbers>
 #include <thread>
@@ -187,8 +188,10 @@ TEST(AffineRectangle, ConcurrentReadersOfOneValueAgree) {
                                      reference->CornerY()};
         std::vector<std::thread> readers;
         std::vector<int> wrong(6, 0);
+        std::latch start(6);  // all at once, so that they meet on the empty cache
         for (int t = 0; t < 6; ++t) {
             readers.emplace_back([&, t] {
+                start.arrive_and_wait();
                 for (int repeat = 0; repeat < 4; ++repeat) {
                     for (int c = 0; c < 4; ++c) {
                         const int which = (c + t) % 4;

@@ -119,8 +119,9 @@ public:
     virtual bool Within(const cc2Vect& point) const;
     virtual double Area() const;
     virtual double Perimeter() const;
-    // Emits the inside pixels that lie in `clip` to `sink`, keeping the sink's contract
-    // (rows in increasing y, spans in increasing x, no empty spans). Allocates nothing.
+    // Emits the inside pixels that lie in `clip` (and in ccPixelBox::Everything()) to
+    // `sink`, keeping the sink's contract (rows in increasing y, spans in increasing x,
+    // neither overlapping nor touching, no empty spans). Allocates nothing.
     virtual void ScanConvert(ccSpanSink& sink, const ccPixelBox& clip) const;
     virtual ccPixelBox PixelBounds() const;
 
@@ -137,7 +138,7 @@ public:
     // direction
     virtual ccShapePtrh Reverse() const;
 
-    // Not virtual: the whole plane of pixels as the clip.
+    // Not virtual: every pixel a shape can emit (ccPixelBox::Everything()) as the clip.
     void ScanConvert(ccSpanSink& sink) const;
 
     // ccPersistent: the stored class name is the type name.
