@@ -114,7 +114,7 @@ ccRLEBuffer::ccRLEBuffer(int32_t width, int32_t height, uint8_t value) {
     ccRLERun* runs = rep->Runs();
     for (int32_t y = 0; y < height; ++y) starts[y] = width > 0 ? y : 0;
     starts[height] = rows;
-    for (int32_t y = 0; y < rows; ++y) runs[y] = ccRLERun{value, width};
+    for (int32_t y = 0; y < rows; ++y) Writer::Put(runs + y, value, width);
     rep->numRuns = rows;
     rep_ = rep;
 }

@@ -25,6 +25,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <span>
 
@@ -129,8 +130,23 @@ public:
         void Append(uint8_t value, int32_t length) {
             if (count_ == capacity_) [[unlikely]]
                 Grow(int64_t{count_} + 1);
-            runs_[count_++] = ccRLERun{value, length};
+            Put(runs_ + count_++, value, length);
         }
+        // Writes a run as one 8-byte store, its padding zeroed.
+        static void Put(ccRLERun* at, uint8_t value, int32_t length) noexcept {
+            const uint64_t packed = uint64_t{value} | (uint64_t{static_cast<uint32_t>(length)} << 32);
+            std::memcpy(static_cast<void*>(at), &packed, sizeof packed);
+        }
+        // For appends in bulk: room for `more` runs, the first of them returned; Commit
+        // then counts those written.
+        ccRLERun* Room(int32_t more) {
+            if (int64_t{count_} + more > capacity_) [[unlikely]]
+                Grow(int64_t{count_} + more);
+            return runs_ + count_;
+        }
+        void Commit(int32_t written) noexcept { count_ += written; }
+        // Row y begins at run `index` (Count() plus the runs written since Room).
+        void StartRowAt(int32_t y, int32_t index) noexcept { rowStarts_[y] = index; }
         // Appends, joining a run of the same value that ends the row so far; `rowStart` is
         // the index of the row's first run.
         void AppendJoined(uint8_t value, int32_t length, int32_t rowStart) {

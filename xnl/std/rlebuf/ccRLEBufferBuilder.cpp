@@ -13,9 +13,8 @@ ccRLEBufferBuilder::ccRLEBufferBuilder(int32_t x0, int32_t y0, int32_t width, in
       inside_(insideValue),
       outside_(outsideValue) {}
 
-void ccRLEBufferBuilder::RequireOpen() const {
-    if (finished_) [[unlikely]]
-        throw ccRLEBuffer::Degenerate("a span handed to a builder that has finished");
+void ccRLEBufferBuilder::ThrowFinished() {
+    throw ccRLEBuffer::Degenerate("a span handed to a builder that has finished");
 }
 
 void ccRLEBufferBuilder::OpenRow(int32_t row) {
@@ -29,18 +28,38 @@ void ccRLEBufferBuilder::OpenRow(int32_t row) {
     cursor_ = 0;
 }
 
-inline void ccRLEBufferBuilder::Span(int32_t row, int32_t begin, int32_t end) {
+[[gnu::always_inline]] inline void ccRLEBufferBuilder::Span(int32_t row, int32_t begin, int32_t end) {
+    using Writer = ccRLEBuffer::Writer;
     if (row != row_) {
         if (row < row_) [[unlikely]]
             throw ccRLEBuffer::Degenerate("a span of row " + std::to_string(row) + " after row " +
                                           std::to_string(row_));
+        if (row == row_ + 1 && row_ >= 0) {
+            // The next row, the usual case: the tail of this one, the gap and the span in
+            // one go, through locals (stores into the runs could otherwise be taken to
+            // change the builder's own counts).
+            const int32_t first = writer_.Count();
+            ccRLERun* const out = writer_.Room(3);
+            int32_t written = 0;
+            if (cursor_ < width_) Writer::Put(out + written++, outside_, width_ - cursor_);
+            writer_.StartRowAt(row, first + written);
+            if (begin > 0) Writer::Put(out + written++, outside_, begin);
+            Writer::Put(out + written++, inside_, end - begin);
+            writer_.Commit(written);
+            row_ = row;
+            cursor_ = end;
+            return;
+        }
         OpenRow(row);
     } else if (begin < cursor_) [[unlikely]] {
         throw ccRLEBuffer::Degenerate("a span at " + std::to_string(begin) + " left of the last one's end " +
                                       std::to_string(cursor_) + " in row " + std::to_string(row));
     }
-    if (begin > cursor_) writer_.Append(outside_, begin - cursor_);
-    writer_.Append(inside_, end - begin);
+    ccRLERun* const out = writer_.Room(2);
+    int32_t written = 0;
+    if (begin > cursor_) Writer::Put(out + written++, outside_, begin - cursor_);
+    Writer::Put(out + written++, inside_, end - begin);
+    writer_.Commit(written);
     cursor_ = end;
 }
 

@@ -45,7 +45,11 @@ private:
     // Ends the open row with an outside tail and fills the rows before `row` (all of them
     // up to the height when `row` is the height) with outside runs; `row` is then open.
     void OpenRow(int32_t row);
-    void RequireOpen() const;
+    void RequireOpen() const {
+        if (finished_) [[unlikely]]
+            ThrowFinished();
+    }
+    [[noreturn, gnu::cold]] static void ThrowFinished();
 
     ccRLEBuffer::Writer writer_;
     int32_t x0_, y0_, width_, height_;
