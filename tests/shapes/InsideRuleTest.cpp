@@ -287,6 +287,8 @@ TEST(InsideRule, AffineScanConversionClipsAndHandlesNegativeCoordinates) {
     rect->ScanConvert(none, ccPixelBox{100, 100, 200, 200});
     EXPECT_TRUE(none.Spans().empty());
     EXPECT_THROW(Make<ccAffineRectangle>(cc2Vect(std::nan(""), 0), 1, 1, 0, 0)->ScanConvert(none), ccShapesError::BadGeom);
+    EXPECT_THROW(Make<ccAffineRectangle>(cc2Vect(0, 0), 1.5e308, 1.5e308, 0.5, 0)->ScanConvert(none), ccShapesError::BadGeom);
+    EXPECT_TRUE(none.Spans().empty());
 }
 
 }  // namespace tessaly::test

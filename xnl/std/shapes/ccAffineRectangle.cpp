@@ -301,6 +301,10 @@ void ccAffineRectangle::ScanConvert(ccSpanSink& sink, const ccPixelBox& clip) co
     // never pick it (a row whose centre lies on a corner's y takes the edge below it).
     cc2Vect corners[4];
     ScanCorners(corners);
+    // Finite parameters may still overflow into infinite corners.
+    for (const cc2Vect& corner : corners)
+        if (!std::isfinite(corner.X()) || !std::isfinite(corner.Y()))
+            throw ccShapesError::BadGeom("ScanConvert of " + Description() + ": a corner is not finite");
     const cc2Vect& top = corners[0];
     const cc2Vect& bottom = corners[2];
     const int32_t firstRow = std::max(ccInsideRule::FirstRow(top.Y()), box.y0);

@@ -128,7 +128,8 @@ public:
     // Its own scan converter: the corners in the cyclic order Origin, X, Opposite, Y (X and
     // Y swapped when cos(skew) < 0, so that they always turn the same way), walked from the
     // corner of least y (least x among equals) down to the opposite corner, one span per
-    // row between the left and the right chain of edges. BadGeom when not finite.
+    // row between the left and the right chain of edges. BadGeom when a parameter or a
+    // corner is not finite.
     void ScanConvert(ccSpanSink& sink, const ccPixelBox& clip) const override;
     using ccShape::ScanConvert;
     // The pixels whose centres lie in the bounding box: every pixel ScanConvert emits.
