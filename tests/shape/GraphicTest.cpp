@@ -1,5 +1,7 @@
 // The graphic layer every shape shares, through a rectangle: defaults, setters and their
 // events, refusals, the palette rule, the DOF mask, handles, and drags with their events.
+#include <array>
+
 #include "com/core/MethodGuard.h"
 #include "com/core/impl/PaletteColor.h"
 #include "com/shape/CLuxRectangle.h"
@@ -155,7 +157,7 @@ TEST_F(GraphicTest, RefusedStylesAndWidthsNameThePropertyChangeNothingAndRaiseNo
     EXPECT_EQ(g->put_DragLineWidthInScreenPixels(1), S_OK);
 }
 
-TEST_F(GraphicTest, AnyColourIsTakenAndNoneMeansNothingIsDrawn) {
+TEST_F(GraphicTest, EveryColourPropertyTakesAnyValueNoneIncluded) {
     auto rectangle = NewRectangle();
     auto g = As<ILuxGraphicInteractive>(rectangle.get());
     for (LONG color : {LONG{luxColorNone}, LONG{0x123456}, LONG{0x7FFFFFFF}, LONG{INT32_MIN}}) {
@@ -343,6 +345,34 @@ TEST_F(GraphicTest, DistanceFromGraphicRectangleMapGraphicAndCopyBase) {
     EXPECT_EQ(color, luxColorCyan);
     EXPECT_EQ(Params(As<ILuxRectangle>(copy.get()).get()), (RectParams{0, 0, 10, 4}));
     EXPECT_NE(As<IUnknown>(copy.get()).get(), As<IUnknown>(rectangle.get()).get());
+}
+
+TEST_F(GraphicTest, DrawPutsTheOutlineInItsColourIntoAPlanarColourImage) {
+    auto picture = Make<ILuxImage24PlanarColor>("Tessaly.LuxImage24PlanarColor");
+    ASSERT_EQ(As<ILuxImage>(picture.get())->Allocate(20, 20), S_OK);
+    auto rectangle = NewRectangle(5, 5, 10, 10);
+    auto g = As<ILuxGraphic>(rectangle.get());
+    ASSERT_EQ(g->put_Color(0x0000FF), S_OK);  // red
+    ASSERT_EQ(g->Draw(As<IDispatch>(picture.get()).get()), S_OK);
+    const auto pixel = [&](LONG x, LONG y) {
+        std::array<LONG, 3> planes{};
+        EXPECT_EQ(picture->GetPixel(x, y, &planes[0], &planes[1], &planes[2]), S_OK);
+        return planes;
+    };
+    EXPECT_EQ(pixel(5, 5), (std::array<LONG, 3>{255, 0, 0}));    // a corner of the outline
+    EXPECT_EQ(pixel(14, 10), (std::array<LONG, 3>{255, 0, 0}));  // the right edge's last column
+    EXPECT_EQ(pixel(10, 10), (std::array<LONG, 3>{0, 0, 0}));    // inside, off the outline
+    EXPECT_EQ(pixel(15, 10), (std::array<LONG, 3>{0, 0, 0}));    // outside
+    ExpectRefused(g->Draw(nullptr), E_INVALIDARG, ids_Lux_InvalidArgNull_1, {"RenderContext"}, "Draw");
+
+    // luxColorNone draws nothing.
+    auto blank = Make<ILuxImage24PlanarColor>("Tessaly.LuxImage24PlanarColor");
+    ASSERT_EQ(As<ILuxImage>(blank.get())->Allocate(20, 20), S_OK);
+    ASSERT_EQ(g->put_Color(luxColorNone), S_OK);
+    ASSERT_EQ(g->Draw(As<IDispatch>(blank.get()).get()), S_OK);
+    std::array<LONG, 3> corner{-1, -1, -1};
+    ASSERT_EQ(blank->GetPixel(5, 5, &corner[0], &corner[1], &corner[2]), S_OK);
+    EXPECT_EQ(corner, (std::array<LONG, 3>{0, 0, 0}));
 }
 
 }  // namespace
