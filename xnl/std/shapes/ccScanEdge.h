@@ -24,10 +24,30 @@ public:
     double TopY() const noexcept { return top_.Y(); }
     double BottomY() const noexcept { return bottom_.Y(); }
 
-    // The least column whose centre at row `row` is at or right of the edge's line.
-    int32_t FirstCentreAtOrRight(int32_t row) const noexcept;
+    // The least column whose centre at row `row` is at or right of the edge's line. The
+    // common case is inline: it runs once per row and edge.
+    int32_t FirstCentreAtOrRight(int32_t row) const noexcept {
+        const double centreY = row + 0.5;
+        const double crossing = top_.X() + (centreY - top_.Y()) * slope_;
+        // The first centre at or after the crossing is ceil(crossing - 0.5), taken by a
+        // truncating conversion rather than a call of ceil.
+        const double shifted = crossing - 0.5;
+        constexpr double kSafe = 2147483000.0;  // well inside int32_t; NaN fails the test
+        if (shifted > -kSafe && shifted < kSafe) [[likely]] {
+            const double truncated = static_cast<double>(static_cast<int32_t>(shifted));
+            const double ceiling = truncated < shifted ? truncated + 1 : truncated;
+            // Far enough from the centres on either side, the rounding of the crossing
+            // cannot matter.
+            if (ceiling - shifted > tolerance_ && shifted - (ceiling - 1) > tolerance_) [[likely]]
+                return static_cast<int32_t>(ceiling);
+        }
+        return ExactFirstCentreAtOrRight(row, crossing);
+    }
 
 private:
+    // Decides the centres next to `crossing` exactly (ccInsideRule::Orientation).
+    int32_t ExactFirstCentreAtOrRight(int32_t row, double crossing) const noexcept;
+
     cc2Vect top_;
     cc2Vect bottom_;
     double slope_ = 0.0;      // dx / dy
