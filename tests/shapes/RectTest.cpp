@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <random>
 #include <string>
 
 #include "shapes/ShapeTestSupport.h"
@@ -87,6 +88,35 @@ TEST(Rect, NeighboursSharingAnEdgeNeverShareAPixel) {
         EXPECT_EQ(top.PixelCount() + bottom.PixelCount(), 64) << cut;
         for (const auto& pixel : left.Pixels()) EXPECT_FALSE(right.Pixels().contains(pixel)) << cut;
         for (const auto& pixel : top.Pixels()) EXPECT_FALSE(bottom.Pixels().contains(pixel)) << cut;
+    }
+}
+
+TEST(Rect, ScanConversionAgreesWithWithinAtEveryCentre) {
+    std::mt19937_64 random(3);
+    std::uniform_real_distribution<double> position(-12, 12);
+    std::uniform_real_distribution<double> size(0, 9);
+    std::uniform_int_distribution<int> kind(0, 2);
+    for (int i = 0; i < 2000; ++i) {
+        // Edges anywhere, on integers, or on half-integers (centres on the edges).
+        const auto snap = [&](double value) {
+            const int k = kind(random);
+            return k == 0 ? value : (k == 1 ? std::round(value) : std::round(value) + 0.5);
+        };
+        const auto rect = Make<ccRect>(snap(position(random)), snap(position(random)), snap(size(random)),
+                                       snap(size(random)) - 0.5);
+        SpanRecorder recorder;
+        rect->ScanConvert(recorder);
+        const ccPixelBox bounds = rect->PixelBounds();
+        int64_t inside = 0;
+        for (int32_t y = -16; y < 24; ++y) {
+            for (int32_t x = -16; x < 24; ++x) {
+                const bool within = rect->Within({x + 0.5, y + 0.5});
+                inside += within;
+                ASSERT_EQ(bounds.Contains(x, y), within) << rect->Description() << " pixel " << x << "," << y;
+            }
+        }
+        ASSERT_EQ(recorder.PixelCount(), inside) << rect->Description();
+        ASSERT_EQ(recorder.PixelCount(), bounds.Width() * bounds.Height()) << rect->Description();
     }
 }
 
