@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "com/core/MessageTable.h"
 #include "com/core/ccCOMError.h"
 #include "com/image/CLuxImage8Grey.h"
 #include "com/image/CLuxImage8Root.h"
