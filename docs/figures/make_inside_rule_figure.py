@@ -92,7 +92,7 @@ def main():
     left_width = LEFT_GRID[0] * CELL
     right_x = MARGIN + left_width + GAP
     width = right_x + RIGHT_GRID[0] * CELL + MARGIN
-    height = MARGIN + LEFT_GRID[1] * CELL + 110
+    height = MARGIN + LEFT_GRID[1] * CELL + 125
     parts = [
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" '
         f'viewBox="0 0 {width} {height}" font-family="DejaVu Sans, sans-serif" font-size="13">',
