@@ -7,8 +7,9 @@ p is within when p + (e, e^2) lies in the interior for every small e > 0), so th
 is the library's answer, not an approximation of it.
 
 Left: a parallelogram with corners on half-integers, (1.5, 1.5), (9.5, 3.5), (11.5, 9.5),
-(3.5, 7.5), whose edges run through pixel centres: the centres on its top and left edges
-are inside, those on its right and bottom edges outside. Right: two rectangles that share
+(3.5, 7.5), whose edges run through pixel centres: a centre on an edge where a row's span
+starts (a left edge: (2.5, 4.5), (7.5, 8.5)) is inside, one on an edge where a span ends (a
+right edge: (5.5, 2.5), (10.5, 6.5)) is outside, whatever the edge's place on the outline. Right: two rectangles that share
 the edge x = 4.5, which runs through a column of centres; that column belongs to the right
 rectangle only.
 """
@@ -92,7 +93,7 @@ def main():
     left_width = LEFT_GRID[0] * CELL
     right_x = MARGIN + left_width + GAP
     width = right_x + RIGHT_GRID[0] * CELL + MARGIN
-    height = MARGIN + LEFT_GRID[1] * CELL + 125
+    height = MARGIN + LEFT_GRID[1] * CELL + 140
     parts = [
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" '
         f'viewBox="0 0 {width} {height}" font-family="DejaVu Sans, sans-serif" font-size="13">',
@@ -119,9 +120,11 @@ def main():
         f'<circle cx="{MARGIN + 6}" cy="{legend_y + 18}" r="3.2" class="out"/>',
         f'<text x="{MARGIN + 16}" y="{legend_y + 22}" class="label">centre outside</text>',
         f'<circle cx="{MARGIN + 6}" cy="{legend_y + 40}" r="7" class="onedge"/>',
-        f'<text x="{MARGIN + 16}" y="{legend_y + 44}" class="label">centre exactly on the outline: inside on a top or left '
-        f'edge, outside on a bottom or right edge</text>',
-        f'<text x="{MARGIN}" y="{legend_y + 66}" class="label">pixel (i, j) covers [i, i+1) x [j, j+1); '
+        f'<text x="{MARGIN + 16}" y="{legend_y + 44}" class="label">centre exactly on the outline: inside where it starts '
+        f'a row\'s span (a left edge, or a horizontal top edge),</text>',
+        f'<text x="{MARGIN + 16}" y="{legend_y + 60}" class="label">outside where it ends one (a right edge, or a '
+        f'horizontal bottom edge)</text>',
+        f'<text x="{MARGIN}" y="{legend_y + 84}" class="label">pixel (i, j) covers [i, i+1) x [j, j+1); '
         f'its centre is (i + 0.5, j + 0.5); y grows downwards</text>',
         "</svg>",
     ]

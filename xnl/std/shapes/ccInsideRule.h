@@ -3,9 +3,12 @@
 //
 // Pixel (i, j) is the unit square [i, i+1) x [j, j+1) with its centre at (i + 0.5, j + 0.5);
 // it is inside a region when its centre is. A point p is within a region when
-// p + (e, e^2) lies in the region's interior for every small enough e > 0: on a left or a
-// top edge it is inside, on a right or a bottom edge outside (half-open in both axes). So
-// the rectangle x = 0, y = 0, width = 10, height = 10 holds the pixels 0..9 x 0..9, and two
+// p + (e, e^2) lies in the region's interior for every small enough e > 0. On the outline,
+// the step to the right decides: p is inside on a left edge (one where the region lies to
+// the right, so that a row's span starts there) and outside on a right edge (where a span
+// ends); only on a horizontal edge does the step down decide: inside on a top edge,
+// outside on a bottom one. Half-open in both axes, like the pixels themselves. So the
+// rectangle x = 0, y = 0, width = 10, height = 10 holds the pixels 0..9 x 0..9, and two
 // regions that share an edge never both own a pixel.
 //
 // In a row with centre y, a region bounded by a left limit xl and a right limit xr (the

@@ -18,8 +18,9 @@
 //
 // The inside rule (docs/regions.md): a point p is within a region when the point
 // p + (e, e^2) lies in the region's interior for every small enough e > 0. So a point on a
-// left or a top edge is inside, one on a right or a bottom edge is outside, and two regions
-// that share an edge never both hold a point of it. Pixel (i, j) is the unit square
+// left edge (where a row's span starts) or on a horizontal top edge is inside, one on a
+// right edge (where a span ends) or a horizontal bottom edge outside, and two regions that
+// share an edge never both hold a point of it. Pixel (i, j) is the unit square
 // [i, i+1) x [j, j+1); it is inside when its centre (i + 0.5, j + 0.5) is within. Every
 // shape's Within and ScanConvert apply this one rule, through ccInsideRule.
 //
