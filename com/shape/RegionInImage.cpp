@@ -33,8 +33,9 @@ std::string SpaceInImage(ILuxImage* image, std::string_view shapeSpace) {
     if (!transform::spacename::StartsPartial(shapeSpace)) return std::string(shapeSpace);
     ComPtr<ILuxCoordinateSpaceTree> tree;
     core::ThrowIfFailed(image->get_CoordinateSpaceTree(tree.Out()));
-    std::string start = ImageSelectedSpace(image);
-    if (start == "@") start = "^";  // the image's name for the root, whatever the tree calls it
+    const std::string selected = ImageSelectedSpace(image);
+    // "@" is the image's name for the root, whatever the tree calls it.
+    const std::string_view start = selected == "@" ? std::string_view("^") : std::string_view(selected);
     Bstr resolved;
     core::ThrowIfFailed(tree->ResolvePartialName(Bstr(start).get(), Bstr(shapeSpace).get(), resolved.Out()));
     return resolved.str();
