@@ -169,7 +169,7 @@ public:
         const Mask mask = MaskOf(shape, image.get());
         out_ << "mask       " << mask.runs.NumRuns() << " runs in " << mask.runs.Height() << " rows, from pixel ("
              << mask.x << ", " << mask.y << ")\n\n";
-        RegionReport::Measure(image.get(), mask.runs, mask.x, mask.y).Print(out_);
+        RegionReport::Measure(image.get(), mask.runs, mask.x, mask.y).Print(out_, true);
 
         // Files.
         file_ = folder_.string();

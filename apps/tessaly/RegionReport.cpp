@@ -82,7 +82,7 @@ void RegionReport::Bin(int significantBits) {
     }
 }
 
-void RegionReport::Print(std::ostream& out) const {
+void RegionReport::Print(std::ostream& out, bool trimEmptyEnds) const {
     const ccRegionPixelStatistics& s = *statistics_;
     out << "measured   " << measured_ << '\n'
         << "area       " << s.Count() << " pixels\n";
@@ -95,9 +95,15 @@ void RegionReport::Print(std::ostream& out) const {
         << "min, max   " << s.Min() << ", " << s.Max() << '\n'
         << "median     " << s.Median() << '\n';
     const uint64_t width = (uint64_t{1} << significantBits_) / kBins;
-    out << "histogram  " << kBins << " bins of " << width << " values\n";
+    out << "histogram  " << kBins << " bins of " << width << " values"
+        << (trimEmptyEnds ? ", empty ones at the ends left out" : "") << '\n';
     const uint64_t most = *std::max_element(histogram_.begin(), histogram_.end());
-    for (int bin = 0; bin < kBins; ++bin) {
+    int first = 0, last = kBins - 1;
+    if (trimEmptyEnds) {
+        while (histogram_[first] == 0) ++first;  // Count > 0: some bin is filled
+        while (histogram_[last] == 0) --last;
+    }
+    for (int bin = first; bin <= last; ++bin) {
         const uint64_t low = bin * width;
         const std::string range = std::to_string(low) + ".." + std::to_string(low + width - 1);
         char line[64];

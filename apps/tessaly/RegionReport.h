@@ -44,7 +44,9 @@ public:
     // kBins bins over 0 .. 2^bits - 1; values beyond it count in the last bin.
     const std::vector<uint64_t>& Histogram() const noexcept { return histogram_; }
 
-    void Print(std::ostream& out) const;
+    // With `trimEmptyEnds` the empty bins below the first and above the last filled one are
+    // left out of the histogram (the demo's shorter table).
+    void Print(std::ostream& out, bool trimEmptyEnds = false) const;
 
 private:
     RegionReport() = default;

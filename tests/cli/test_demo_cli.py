@@ -1,0 +1,111 @@
+"""`tessaly demo` run as a newcomer runs it: what it prints, the files it writes (archives
+that `tessaly dump` reads and that hold the image, the tree and the region, an overlay PNG
+of the image's size), its own image or one given, and its usage errors."""
+
+import os
+import re
+import subprocess
+import tempfile
+import unittest
+
+TESSALY = os.environ.get("TESSALY", "tessaly")
+
+
+def run(*args, cwd=None):
+    return subprocess.run([TESSALY, *args], capture_output=True, text=True, timeout=120, cwd=cwd)
+
+
+def png_size(path):
+    with open(path, "rb") as f:
+        head = f.read(26)
+    assert head[:8] == b"\x89PNG\r\n\x1a\n"
+    return int.from_bytes(head[16:20], "big"), int.from_bytes(head[20:24], "big"), head[25]
+
+
+class DemoCommandTest(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.addCleanup(self.folder.cleanup)
+
+    def path(self, *names):
+        return os.path.join(self.folder.name, *names)
+
+    def test_default_run_writes_its_folder_in_the_current_one(self):
+        result = run("demo", cwd=self.folder.name)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(result.stderr, "")
+        out = result.stdout
+        self.assertIn("image      640 x 480, 8-bit test pattern", out)
+        self.assertIn('space "Fixture"', out)
+        self.assertIn("rotated 20 deg, scaled 1.5", out)
+        # The region is 160 x 120 in the fixture: 240 x 180 pixels, turned by 20 degrees,
+        # centred on the image.
+        self.assertIn("in pixels: centre (320.0, 240.0), sides 240.0 x 180.0, rotation 20.0 deg", out)
+        area = int(re.search(r"^area +(\d+) pixels$", out, re.M).group(1))
+        self.assertLess(abs(area - 240 * 180), 240 + 180)      # within a pixel of the edges
+        self.assertIn("written to tessaly-demo/", out)
+        self.assertTrue(out.endswith("loaded back: both archives give the same mask (%s runs)\n"
+                                     % re.search(r"^mask +(\d+) runs", out, re.M).group(1)), out)
+        self.assertLess(len(out.splitlines()), 40)             # a first impression, not a log
+        for name in ("demo.xml", "demo.bin", "overlay.png"):
+            self.assertTrue(os.path.getsize(self.path("tessaly-demo", name)) > 0, name)
+        self.assertEqual(png_size(self.path("tessaly-demo", "overlay.png")), (640, 480, 2))
+
+    def test_the_archives_hold_image_tree_and_region(self):
+        out = self.path("out")
+        self.assertEqual(run("demo", "--out", out).returncode, 0)
+        xml = run("dump", os.path.join(out, "demo.xml"))
+        binary = run("dump", os.path.join(out, "demo.bin"))
+        self.assertEqual(xml.returncode, 0, xml.stderr)
+        self.assertEqual(xml.stdout, binary.stdout)
+        dump = xml.stdout
+        self.assertTrue(dump.startswith("Tessaly.LuxCollection"), dump[:200])
+        for class_name in ("Tessaly.LuxImage8Grey", "Tessaly.LuxCoordinateSpaceTree", "Tessaly.LuxRectangleAffine"):
+            self.assertIn(class_name, dump)
+        self.assertIn('"Fixture"', dump)
+        # The tree is saved once, and the collection's entry refers to the image's.
+        tree_id = re.search(r"CoordinateSpaceTree: DISPATCH = Tessaly\.LuxCoordinateSpaceTree\S* \(id (\d+)\)", dump)
+        self.assertIsNotNone(tree_id, dump[:2000])
+        self.assertIn(f"DISPATCH -> id {tree_id.group(1)}", dump)
+
+    def test_a_given_image_and_the_same_run_twice(self):
+        image = self.path("small.pgm")
+        with open(image, "wb") as f:
+            f.write(b"P5 80 60 255\n" + bytes((x * 3 + y) % 256 for y in range(60) for x in range(80)))
+        result = run("demo", image, "--out", self.path("given"))
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn(f"image      80 x 60, read from {image}", result.stdout)
+        self.assertIn("in pixels: centre (40.0, 30.0), sides 30.0 x 22.5, rotation 20.0 deg", result.stdout)
+        self.assertEqual(png_size(self.path("given", "overlay.png")), (80, 60, 2))
+        # Running again over the same folder replaces the files.
+        self.assertEqual(run("demo", image, "--out=" + self.path("given")).returncode, 0)
+
+    def test_failures_and_usage_errors(self):
+        missing = self.path("missing.png")
+        result = run("demo", missing, "--out", self.path("x"))
+        self.assertEqual(result.returncode, 1)
+        self.assertTrue(result.stderr.startswith(f"tessaly: {missing}: "), result.stderr)
+        self.assertFalse(os.path.exists(self.path("x")))
+        blocker = self.path("a-file")
+        with open(blocker, "w") as f:
+            f.write("not a folder")
+        result = run("demo", "--out", blocker)
+        self.assertEqual(result.returncode, 1)
+        self.assertTrue(result.stderr.startswith(f"tessaly: {blocker}: "), result.stderr)
+        for args, message in ((("--colour",), "unknown option '--colour'"),
+                              (("a.png", "b.png"), "one IMAGE only"),
+                              (("--out",), "--out needs a DIR"),
+                              (("--out=",), "--out needs a DIR"),
+                              (("--out", "a", "--out", "b"), "--out given twice")):
+            result = run("demo", *args, cwd=self.folder.name)
+            self.assertEqual(result.returncode, 2, args)
+            self.assertIn(f"tessaly demo: {message}", result.stderr)
+            self.assertIn("usage: tessaly demo [IMAGE] [--out DIR]", result.stderr)
+        self.assertFalse(os.path.exists(self.path("tessaly-demo")))
+        result = run("demo", "--help")
+        self.assertEqual(result.returncode, 0)
+        self.assertIn("Fixture", result.stdout)
+
+
+if __name__ == "__main__":
+    unittest.main()
