@@ -1,7 +1,9 @@
 // LuxRectangle and the shape layer through it: parameters and their events, refusals,
 // SelectedSpaceName, the combinations with another rectangle, copy flags, Map,
 // EnclosingRectangle, FitToImage, FitToBoundingBox, Clone and persistence.
+#include <atomic>
 #include <cmath>
+#include <thread>
 
 #include "com/core/ObjectPersistence.h"
 #include "shape/ShapeFixture.h"
@@ -437,6 +439,31 @@ TEST_F(RectangleTest, TheCommonKeysComeFirstInTheirOrderAndBadStoredValuesAreRef
         EXPECT_NE(error.description.find("ccArchive::Bad"), std::string::npos) << to << ": " << error.description;
         EXPECT_FALSE(object);
     }
+}
+
+TEST_F(RectangleTest, ReadersOnOtherThreadsSeeWholeRectanglesOnly) {
+    auto rectangle = NewRectangle(0, 0, 10, 10);
+    const RectParams first{0, 0, 10, 10};
+    const RectParams second{5, 5, 20, 20};
+    std::atomic<bool> done{false};
+    std::atomic<int> torn{0};
+    std::thread reader([&] {
+        while (!done.load()) {
+            RectParams p{};
+            rectangle->GetXYWidthHeight(&p[0], &p[1], &p[2], &p[3]);
+            Bstr name;
+            rectangle->get_SelectedSpaceName(name.Out());
+            if ((p != first && p != second) || (name.str() != "." && name.str() != "@\\Fixture\\Part")) ++torn;
+        }
+    });
+    for (int i = 0; i < 20000; ++i) {
+        const RectParams& p = i % 2 ? first : second;
+        ASSERT_EQ(rectangle->SetXYWidthHeight(p[0], p[1], p[2], p[3]), S_OK);
+        ASSERT_EQ(rectangle->put_SelectedSpaceName(Bstr(i % 2 ? "." : "@\\Fixture\\Part").get()), S_OK);
+    }
+    done = true;
+    reader.join();
+    EXPECT_EQ(torn.load(), 0);
 }
 
 }  // namespace
