@@ -20,6 +20,15 @@ void OpenCVPolygonFill::Fill() {
     cv::fillPoly(mask_, polygons_, cv::Scalar(255), cv::LINE_8, kShift);
 }
 
+cv::Mat OpenCVPolygonFill::Outline() const {
+    cv::Mat outline = cv::Mat::zeros(mask_.size(), CV_8UC1);
+    std::vector<std::vector<cv::Point>> rounded(1);
+    for (const cv::Point& point : polygons_[0])
+        rounded[0].emplace_back((point.x + (1 << (kShift - 1))) >> kShift, (point.y + (1 << (kShift - 1))) >> kShift);
+    cv::polylines(outline, rounded, true, cv::Scalar(255), 1, cv::LINE_8);
+    return outline;
+}
+
 AggPolygonSpans::AggPolygonSpans(const Quad& quad) : quad_(quad) { rasterizer_.gamma(agg::gamma_threshold(0.5)); }
 
 }  // namespace tessaly::bench

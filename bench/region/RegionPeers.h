@@ -27,6 +27,10 @@ public:
     // The mask zeroed, then the polygon filled with 255.
     void Fill();
     const cv::Mat& Mask() const { return mask_; }
+    // What fillPoly draws besides the inside, alone in a zeroed mask of the box: the
+    // 8-connected lines between the corners rounded to pixel centres. Only to explain
+    // where its pixels differ from ours.
+    cv::Mat Outline() const;
 
 private:
     cv::Mat mask_;

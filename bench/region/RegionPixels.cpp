@@ -44,6 +44,13 @@ double DistanceToOutline(const Quad& quad, int32_t x, int32_t y) {
     return nearest;
 }
 
+double DistanceToCorner(const Quad& quad, int32_t x, int32_t y) {
+    const cc2Vect centre(x + 0.5, y + 0.5);
+    double nearest = std::numeric_limits<double>::infinity();
+    for (const cc2Vect& corner : quad) nearest = std::min(nearest, centre.Distance(corner));
+    return nearest;
+}
+
 }  // namespace
 
 bool PixelRows::Add(int32_t y, int32_t begin, int32_t end) {
@@ -157,6 +164,17 @@ PixelRows PixelsOfMask(const cv::Mat& mask, int32_t x0, int32_t y0) {
     return pixels;
 }
 
+void Paint(const PixelRows& pixels, cv::Mat& mask, int32_t x0, int32_t y0) {
+    for (size_t r = 0; r < pixels.rows.size(); ++r) {
+        const int64_t y = pixels.y0 + static_cast<int64_t>(r) - y0;
+        if (y < 0 || y >= mask.rows) continue;
+        uint8_t* const row = mask.ptr<uint8_t>(static_cast<int>(y));
+        for (const auto& [begin, end] : pixels.rows[r])
+            for (int64_t x = std::max<int64_t>(begin - x0, 0); x < std::min<int64_t>(end - x0, mask.cols); ++x)
+                row[x] = 255;
+    }
+}
+
 PixelDifference Compare(const PixelRows& reference, const PixelRows& other, const Quad& quad) {
     PixelDifference difference;
     std::vector<uint8_t> marks;
@@ -191,8 +209,13 @@ PixelDifference Compare(const PixelRows& reference, const PixelRows& other, cons
         for (size_t i = 0; i < marks.size(); ++i) {
             if (marks[i] == 0 || marks[i] == 3) continue;
             ++(marks[i] == 1 ? difference.missing : difference.extra);
-            difference.farthest = std::max(
-                difference.farthest, DistanceToOutline(quad, left + static_cast<int32_t>(i), static_cast<int32_t>(y)));
+            const auto x = left + static_cast<int32_t>(i);
+            const double distance = DistanceToOutline(quad, x, static_cast<int32_t>(y));
+            difference.farthest = std::max(difference.farthest, distance);
+            if (DistanceToCorner(quad, x, static_cast<int32_t>(y)) <= 1.5)
+                ++difference.atCorners;
+            else
+                difference.farthestAlongEdges = std::max(difference.farthestAlongEdges, distance);
         }
     }
     return difference;
@@ -200,13 +223,14 @@ PixelDifference Compare(const PixelRows& reference, const PixelRows& other, cons
 
 std::string PixelDifference::Describe(int64_t perimeterPixels) const {
     if (Exact()) return "the same pixels";
-    char text[256];
+    char text[320];
     std::snprintf(text, sizeof text,
-                  "%lld pixels differ (%lld left out, %lld put in; %.2f%% of the %lld pixels along the outline), the "
-                  "farthest %.3f px from the outline%s",
-                  static_cast<long long>(missing + extra), static_cast<long long>(missing),
-                  static_cast<long long>(extra), 100.0 * static_cast<double>(missing + extra) / perimeterPixels,
-                  static_cast<long long>(perimeterPixels), farthest, rowsOutside ? ", some in rows outside the box" : "");
+                  "%lld pixels differ (%.2f%% of the %lld along the outline): %lld left out, %lld put in; %lld at the "
+                  "corners, the others within %.4f px of an edge%s",
+                  static_cast<long long>(missing + extra), 100.0 * static_cast<double>(missing + extra) / perimeterPixels,
+                  static_cast<long long>(perimeterPixels), static_cast<long long>(missing),
+                  static_cast<long long>(extra), static_cast<long long>(atCorners), farthestAlongEdges,
+                  rowsOutside ? "; some in rows outside the box" : "");
     return text;
 }
 

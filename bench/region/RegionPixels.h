@@ -47,13 +47,20 @@ PixelRows PixelsOfRuns(const ccRLERun* runs, int64_t numRuns, int32_t x0, int32_
 // The non-zero pixels of a dense 8-bit mask whose pixel (0, 0) is pixel (x0, y0).
 PixelRows PixelsOfMask(const cv::Mat& mask, int32_t x0, int32_t y0);
 
+// Sets the pixels to 255 in a dense mask whose pixel (0, 0) is pixel (x0, y0); those
+// outside the mask are left out.
+void Paint(const PixelRows& pixels, cv::Mat& mask, int32_t x0, int32_t y0);
+
 // How a rasteriser's pixels differ from the reference's.
 struct PixelDifference {
     int64_t missing = 0;  // inside by the rule, left out
     int64_t extra = 0;    // outside by the rule, put in
+    int64_t atCorners = 0;  // of those, pixels whose centres lie within 1.5 px of a corner
     // The greatest distance from a differing pixel's centre to the outline (0 when none
     // differ): a convention that differs from ours moves pixels along the outline only.
     double farthest = 0;
+    // The same, leaving out the pixels at the corners.
+    double farthestAlongEdges = 0;
     bool rowsOutside = false;  // spans in rows that the reference's box does not hold
 
     bool Exact() const { return missing == 0 && extra == 0 && !rowsOutside; }
