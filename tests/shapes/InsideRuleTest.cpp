@@ -272,6 +272,25 @@ TEST(InsideRule, AffineScanConversionAgreesWithEveryCentre) {
     EXPECT_GT(axisAligned, 400);
 }
 
+TEST(InsideRule, AffineScanConversionAgreesOnThinFarAndNearlyFlatOnes) {
+    std::mt19937_64 random(99);
+    std::uniform_real_distribution<double> unit(0, 1);
+    const double nearlyFlat = kPi / 2 - 0.0011;
+    int64_t total = 0;
+    for (int i = 0; i < 400; ++i) {
+        const double far = i % 4 == 0 ? 1e6 : (i % 4 == 1 ? -3e7 : 0);
+        const cc2Vect center(far + 40 * unit(random), -far + 40 * unit(random));
+        const double sideX = i % 3 == 0 ? 1e-3 + unit(random) : 1 + 60 * unit(random);
+        const double sideY = i % 5 == 0 ? 1e-3 : 50 + 500 * unit(random);
+        const double skew = i % 2 ? nearlyFlat : -nearlyFlat + (i % 7 == 0 ? kPi : 0);
+        const auto rect = Make<ccAffineRectangle>(center, sideX, sideY, 2 * kPi * unit(random), skew);
+        const Pixels scanned = ScanPixels(*rect);
+        ASSERT_EQ(scanned, BruteForcePixels(*rect, Grown(rect->PixelBounds(), 2))) << rect->Description();
+        total += static_cast<int64_t>(scanned.size());
+    }
+    EXPECT_GT(total, 2000);  // slivers, but not all of them empty
+}
+
 TEST(InsideRule, AffineScanConversionClipsAndHandlesNegativeCoordinates) {
     const auto rect = Make<ccAffineRectangle>(cc2Vect(0, 0), 40, 20, kPi / 6, 0.2);
     const Pixels all = ScanPixels(*rect);
