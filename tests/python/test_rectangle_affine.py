@@ -11,6 +11,7 @@ from codes import E_INVALIDARG, hresult
 
 constants = tessaly.constants
 E_LUX_NOT_IMPLEMENTED = hresult(0x8004C003)
+E_LUX_BAD_FILE_FORMAT = hresult(0x8004C104)
 SNAPPED = 1.5727963267948966  # pi/2 + 0.002
 
 
@@ -151,5 +152,6 @@ def test_masks_maps_and_persistence():
     bad = tessaly.SaveObjectToBytes(shape, constants.luxPersistFormatXML).replace(
         b'<SideYLength dt:dt="r8">11.3<', b'<SideYLength dt:dt="r8">-1<')
     assert b">-1<" in bad
-    with pytest.raises(tessaly.ComError):
+    with pytest.raises(tessaly.ComError) as refused:
         tessaly.LoadObjectFromBytes(bad)
+    assert refused.value.hresult == E_LUX_BAD_FILE_FORMAT and "SideYLength" in refused.value.description

@@ -670,7 +670,7 @@ TEST_F(RectangleAffineTest, LoadsOfInvalidGeometryAreRefusedAndLeaveTheShapeAsIt
     };
     for (const auto& [key, value] : refused) {
         SCOPED_TRACE(key);
-        EXPECT_TRUE(FAILED(load(key, value)));
+        EXPECT_EQ(load(key, value), static_cast<HRESULT>(e_Lux_BadFileFormat));
         const RecordedError error = TakeErrorInfo();
         EXPECT_NE(error.description.find(key), std::string::npos) << error.description;
         EXPECT_EQ(Params(affine.get()), Params(NewAffine(start).get()));
