@@ -1,5 +1,6 @@
 #include "DemoCommand.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -154,7 +155,8 @@ public:
 
         // The region, in the fixture's units.
         const auto region = Create<ILuxRectangleAffine>("Tessaly.LuxRectangleAffine");
-        const double lx = std::round(width / 4.0), ly = std::round(height / 4.0);
+        // A quarter of the image each way, in fixture units (at least one).
+        const double lx = std::max(1.0, std::round(width / 4.0)), ly = std::max(1.0, std::round(height / 4.0));
         core::ThrowIfFailed(region->SetCenterLengthsRotationSkew(0.0, 0.0, lx, ly, 0.0, 0.0));
         core::ThrowIfFailed(region->put_SelectedSpaceName(Bstr("Fixture").get()));
         ComPtr<ILuxGraphic> graphic;

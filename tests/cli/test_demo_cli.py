@@ -79,6 +79,13 @@ class DemoCommandTest(unittest.TestCase):
         self.assertEqual(png_size(self.path("given", "overlay.png")), (80, 60, 2))
         # Running again over the same folder replaces the files.
         self.assertEqual(run("demo", image, "--out=" + self.path("given")).returncode, 0)
+        # A one-pixel image still gets a region of its own: one fixture unit each way.
+        tiny = self.path("tiny.pgm")
+        with open(tiny, "wb") as f:
+            f.write(b"P5 1 1 255\n\x80")
+        result = run("demo", tiny, "--out", self.path("tiny"))
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn("area       1 pixels\nmean       128.00\n", result.stdout)
 
     def test_failures_and_usage_errors(self):
         missing = self.path("missing.png")
