@@ -133,8 +133,9 @@ TEST_F(RectangleTest, CombinationsWithAnotherRectangleAndTheirDegenerateCases) {
     EXPECT_EQ(SpaceName(result.get()), "Part");
     ASSERT_EQ(rectangle->Dilate(other.get(), luxCopyShapeGeometryOnly, result.Out()), S_OK);
     EXPECT_EQ(Params(result.get()), (RectParams{5, -5, 20, 18}));
-    ASSERT_EQ(result->Erode(other.get(), luxCopyShapeGeometryOnly, result.Out()), S_OK);
-    EXPECT_EQ(Params(result.get()), (RectParams{0, 0, 10, 10}));
+    ComPtr<ILuxRectangle> eroded;
+    ASSERT_EQ(result->Erode(other.get(), luxCopyShapeGeometryOnly, eroded.Out()), S_OK);
+    EXPECT_EQ(Params(eroded.get()), (RectParams{0, 0, 10, 10}));
 
     // Disjoint, touching along an edge, and an erosion by something as large: no rectangle.
     auto apart = NewRectangle(20, 20, 1, 1);
