@@ -65,27 +65,32 @@ int InspectCommand::Run(int argc, char** argv, std::ostream& out, std::ostream& 
             return 0;
         }
     }
+    struct Option {
+        std::string_view flag;
+        std::optional<std::string_view>* value;
+    };
+    const Option options[] = {{"--region", &regionText}, {"--space", &space}, {"--overlay", &overlay}};
     for (int i = 0; i < argc; ++i) {
         const std::string_view argument = argv[i];
-        std::optional<std::string_view>* option = nullptr;
-        std::string_view name;
-        for (auto [flag, target] : {std::pair{"--region", &regionText}, {"--space", &space}, {"--overlay", &overlay}}) {
-            if (argument == flag || (argument.starts_with(flag) && argument.substr(std::string_view(flag).size()).starts_with("="))) {
-                option = target;
-                name = flag;
-            }
-        }
+        // "--flag VALUE" or "--flag=VALUE".
+        const Option* option = nullptr;
+        for (const Option& candidate : options)
+            if (argument.starts_with(candidate.flag) &&
+                (argument.size() == candidate.flag.size() || argument[candidate.flag.size()] == '='))
+                option = &candidate;
         if (option) {
+            const std::string name(option->flag);
             std::string_view value;
             if (argument.size() > name.size()) {
                 value = argument.substr(name.size() + 1);
             } else if (i + 1 < argc) {
                 value = argv[++i];
             } else {
-                return UsageError(errors, std::string(name) + " needs a value");
+                return UsageError(errors, name + " needs a value");
             }
-            if (*option) return UsageError(errors, std::string(name) + " given twice");
-            *option = value;
+            if (*option->value) return UsageError(errors, name + " given twice");
+            if (value.empty() && option->value != &regionText) return UsageError(errors, name + " needs a value");
+            *option->value = value;
         } else if (argument.starts_with("-") && argument.size() > 1) {
             return UsageError(errors, "unknown option '" + std::string(argument) + "'");
         } else if (file) {

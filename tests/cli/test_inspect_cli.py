@@ -206,6 +206,8 @@ class InspectCommandTest(unittest.TestCase):
         for args, message in (((image,), "no --region"),
                               (("--region", "rect:0,0,1,1"), "no IMAGE"),
                               ((image, "--region"), "--region needs a value"),
+                              ((image, "--region", "rect:0,0,1,1", "--overlay="), "--overlay needs a value"),
+                              ((image, "--region", "rect:0,0,1,1", "--space", ""), "--space needs a value"),
                               ((image, "--region", "rect:0,0,1,1", "--region", "rect:0,0,2,2"), "--region given twice"),
                               ((image, image, "--region", "rect:0,0,1,1"), "one IMAGE only"),
                               ((image, "--region", "rect:0,0,1,1", "--colour", "red"), "unknown option '--colour'")):
