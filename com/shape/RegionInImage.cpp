@@ -1,6 +1,7 @@
 #include "com/shape/RegionInImage.h"
 
 #include <limits>
+#include <string>
 
 #include "com/core/ccCOMError.h"
 #include "com/transform/CLuxTransform2DComposed.h"
@@ -10,6 +11,7 @@
 #include "xnl/std/except/ccStdError.h"
 #include "xnl/std/pelbuf/ccPelError.h"
 #include "xnl/std/rlebuf/ccRLEBufferBuilder.h"
+#include "xnl/std/shapes/ccShapesError.h"
 
 namespace tessaly::shape {
 
@@ -21,9 +23,12 @@ std::string ImageSelectedSpace(ILuxImage* image) {
     return selected.str();
 }
 
-int32_t ToInt32(int64_t value) {
-    if (value > std::numeric_limits<int32_t>::max()) throw ccStdError::OutOfRange("the region is too large to rasterise");
-    return static_cast<int32_t>(value);
+// A box of runs the builder can hold: it reserves three runs a row up front, and a buffer
+// holds at most ccRLEBuffer::kMaxRuns.
+void CheckRasterSize(const ccPixelBox& box) {
+    if (box.Width() > std::numeric_limits<int32_t>::max() || box.Height() > ccRLEBuffer::kMaxRuns / 3)
+        throw ccShapesError::BadGeom("the region's pixel bounds, " + std::to_string(box.Width()) + " x " +
+                                     std::to_string(box.Height()) + ", are too large for a run-length buffer");
 }
 
 }  // namespace
@@ -66,7 +71,9 @@ RegionMask Rasterize(const ccShape& shape, const ccPixelBox& box, uint8_t inside
         mask.y = box.y0;
         return mask;
     }
-    ccRLEBufferBuilder builder(box.x0, box.y0, ToInt32(box.Width()), ToInt32(box.Height()), inside, outside);
+    CheckRasterSize(box);
+    ccRLEBufferBuilder builder(box.x0, box.y0, static_cast<int32_t>(box.Width()), static_cast<int32_t>(box.Height()),
+                               inside, outside);
     shape.ScanConvert(builder, box);
     mask.runs = builder.Finish();
     mask.x = box.x0;

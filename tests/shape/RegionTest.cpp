@@ -82,7 +82,7 @@ TEST_F(RegionTest, CreateRLEOfAFractionalRectangleTakesThePixelsWhoseCentresAreI
     EXPECT_EQ(MaskOf(thin.get()).Count(255), 0);
 }
 
-TEST_F(RegionTest, CreateRLERefusesValuesOutsideAByte) {
+TEST_F(RegionTest, CreateRLERefusesValuesOutsideAByteAndBoundsNoBufferHolds) {
     auto rectangle = NewRectangle(0, 0, 2, 2);
     ComPtr<ILuxRLEBuffer> rle;
     ExpectRefused(rectangle->CreateRLE(256, 0, rle.Out()), E_INVALIDARG, core::ids_Core_ArgOutOfRange_1,
@@ -92,6 +92,11 @@ TEST_F(RegionTest, CreateRLERefusesValuesOutsideAByte) {
     EXPECT_FALSE(rle);
     EXPECT_EQ(rectangle->CreateRLE(255, 0, rle.Out()), S_OK);
     EXPECT_EQ(rectangle->CreateRLE(0, 255, rle.Out()), S_OK);
+    // Bounds no run-length buffer can hold are refused before anything is allocated.
+    auto huge = NewRectangle(0, 0, 1e300, 1e300);
+    ExpectFailed(huge->CreateRLE(255, 0, rle.Out()), E_FAIL, "ccShapesError::BadGeom", "CreateRLE");
+    auto tall = NewRectangle(0, 0, 1, 1e9);
+    ExpectFailed(tall->CreateRLE(255, 0, rle.Out()), E_FAIL, "ccShapesError::BadGeom", "CreateRLE");
 }
 
 TEST_F(RegionTest, TheSameRegionGivesTheSameMaskInPixelsAndInARotatedScaledSpace) {
