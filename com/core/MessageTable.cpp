@@ -165,9 +165,9 @@ const MessageText kEnglishTexts[] = {
     // Run-length buffers
     {e_LuxRLEBuffer_NotInitialized, "The run-length buffer is not initialised."},
     {e_LuxRLEBuffer_CombineFailed, "The run-length buffers could not be combined."},
-    {e_LuxRLEBuffer_CombineSubImageSize, "The run-length buffers cannot be combined: their sub-image sizes differ."},
-    {e_LuxRLEBuffer_CombineSubImageOffset, "The run-length buffers cannot be combined: their sub-image offsets differ."},
-    {e_LuxRLEBuffer_CombineSubImageExtent, "The run-length buffers cannot be combined: their sub-image extents differ."},
+    {e_LuxRLEBuffer_CombineSubImageSize, "The run-length buffers cannot be combined: the sub-image is wider or taller than the buffer."},
+    {e_LuxRLEBuffer_CombineSubImageOffset, "The run-length buffers cannot be combined: the sub-image begins before the buffer."},
+    {e_LuxRLEBuffer_CombineSubImageExtent, "The run-length buffers cannot be combined: the sub-image extends beyond the buffer."},
     // I/O lines
     {e_LuxIOLine_NotEnabled, "The I/O line is not enabled."},
     {e_LuxIOLine_CannotEnable, "The I/O line cannot be enabled."},

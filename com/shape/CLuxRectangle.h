@@ -4,9 +4,9 @@
 // X <= x < X + Width, Y <= y < Y + Height, so (0, 0, 10, 10) holds exactly the pixels
 // 0..9 x 0..9.
 //
-// A new rectangle is the unit square (0, 0, 1, 1): one pixel, the same region as a new
-// LuxRectangleAffine (centre (0.5, 0.5), sides 1); FitToImage and FitToBoundingBox give it
-// a working size. Width and Height are always > 0: a value <= 0 (or NaN) is refused with
+// A new rectangle is (0, 0, 100, 100): the pixels 0..99 x 0..99, big enough to see and to
+// grab when it is drawn over an image, and the same region as a new LuxRectangleAffine
+// (centre (50, 50), sides 100); FitToImage and FitToBoundingBox give it a working size. Width and Height are always > 0: a value <= 0 (or NaN) is refused with
 // E_INVALIDARG, ids_Lux_InvalidArgNotPositive_1 naming "Width" or "Height";
 // SetXYWidthHeight and SetCenterWidthHeight check Width first, then Height, and change
 // nothing when either fails.
@@ -90,8 +90,8 @@ private:
     struct Params {
         double x = 0.0;
         double y = 0.0;
-        double width = 1.0;
-        double height = 1.0;
+        double width = 100.0;
+        double height = 100.0;
     };
 
     // Reads the parameters under the lock and hands them to `read`.

@@ -33,9 +33,9 @@ class Recorder:
         self.stopped.append(DragGraphic.GetXYWidthHeight())
 
 
-def test_a_new_rectangle_is_the_unit_square_with_the_graphic_defaults():
+def test_a_new_rectangle_is_100_by_100_at_the_origin_with_the_graphic_defaults():
     shape = tessaly.CreateObject("Tessaly.LuxRectangle")
-    assert shape.GetXYWidthHeight() == (0.0, 0.0, 1.0, 1.0)
+    assert shape.GetXYWidthHeight() == (0.0, 0.0, 100.0, 100.0)
     assert (shape.Color, shape.SelectedColor, shape.DragColor) == (0xFFFF00, 0xFF0000, 0xFFFF)
     assert shape.Visible is True and shape.Interactive is False and shape.Selected is False
     assert shape.LineWidthInScreenPixels == 1 and shape.LineStyle == constants.luxGraphicLineStyleSolid

@@ -14,9 +14,9 @@ namespace {
 
 class RectangleTest : public ShapeFixture {};
 
-TEST_F(RectangleTest, ANewRectangleIsTheUnitSquareAndReportsItsDerivedValues) {
+TEST_F(RectangleTest, ANewRectangleIs100By100AtTheOriginAndReportsItsDerivedValues) {
     auto rectangle = NewRectangle();
-    EXPECT_EQ(Params(rectangle.get()), (RectParams{0, 0, 1, 1}));
+    EXPECT_EQ(Params(rectangle.get()), (RectParams{0, 0, 100, 100}));
     ASSERT_EQ(rectangle->SetXYWidthHeight(-2, 3, 8, 5), S_OK);
     double value = 0;
     rectangle->get_CenterX(&value);
@@ -111,7 +111,7 @@ TEST_F(RectangleTest, SelectedSpaceNameTakesPartialNamesRefusesBadSyntaxAndAnnou
     EXPECT_EQ(SpaceName(rectangle.get()), "^/fixture");
     EXPECT_TRUE(log->changes.empty());
     // The coordinates are not converted.
-    EXPECT_EQ(Params(rectangle.get()), (RectParams{0, 0, 1, 1}));
+    EXPECT_EQ(Params(rectangle.get()), (RectParams{0, 0, 100, 100}));
 }
 
 TEST_F(RectangleTest, CombinationsWithAnotherRectangleAndTheirDegenerateCases) {

@@ -33,7 +33,7 @@ TEST_F(SetterAllocationTest, PutsThroughInvokeWithoutSinksAllocateNothing) {
         bytes = counter.Bytes();
     }
     EXPECT_EQ(bytes, 0u);
-    EXPECT_EQ(Params(rectangle.get()), (RectParams{101, 0, 100, 1}));
+    EXPECT_EQ(Params(rectangle.get()), (RectParams{101, 0, 100, 100}));
 }
 
 }  // namespace
