@@ -182,7 +182,9 @@ const MessageText kEnglishTexts[] = {
     // Argument refusals and reading archives
     {ids_Lux_InvalidArgBinary_3, "The argument %1 of %3 must be 0 or 1, not %2."},
     {ids_Lux_InvalidArgNotPositive_1, "The argument %1 must be greater than 0."},
+    {ids_Lux_InvalidArgValue_1, "The value given for %1 is not valid."},
     {ids_Lux_InvalidArgEnum_1, "The argument %1 is not one of the values of its enumeration."},
+    {ids_Lux_InvalidArgIndex_2, "The %1 is out of range: it must be at least 0 and less than %2."},
     {ids_Lux_InvalidArgNull_1, "The argument %1 must not be null."},
     {ids_Lux_ReadInvalidProperty_1, "The property %1 could not be read from the archive."},
     {ids_Lux_ReadInvalidObject_1, "The object %1 could not be read from the archive."},

@@ -38,6 +38,11 @@ STATE_ID_ALLOWANCES = {
     "luxRectangleAffine_GraphicDOFEnable": 0x101101B,
     # A region's run-length mask: no property has this name; the ID is that of CreateRLE.
     "luxRegion_RLE": 0x101901D,
+    # The unit-circle state of the elliptical shapes is announced under the DISPID of the
+    # method that reads it.
+    "luxEllipse_UnitCircleTransform": 0x10190A1,
+    "luxEllipticalArc_UnitCircleParams": 0x1033010,
+    "luxEllipticalAnnulusSection_UnitCircleParams": 0x103302C,
 }
 
 
