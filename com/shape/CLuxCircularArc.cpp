@@ -1,0 +1,502 @@
+#include "com/shape/CLuxCircularArc.h"
+
+#include <cmath>
+#include <initializer_list>
+#include <algorithm>
+#include <array>
+#include <type_traits>
+#include <string>
+
+#include "com/core/MessageTable.h"
+#include "com/shape/CLuxEllipticalArc.h"
+#include "com/shape/ShapeFactory.h"
+#include "com/transform/CLuxTransform2DLinear.h"
+#include "persist/ccArchive.h"
+#include "platform/ClassTable.h"
+#include "xnl/std/except/ccStdError.h"
+#include "xnl/std/shapes/ccCircle.h"
+#include "xnl/std/shapes/ccRect.h"
+
+namespace tessaly::shape {
+
+namespace {
+
+const ClassRegistrar<CLuxCircularArc> registrar;
+
+struct Named {
+    const char* name;
+    double value;
+};
+
+void CheckFinite(std::initializer_list<Named> arguments) {
+    for (const Named& argument : arguments)
+        if (!std::isfinite(argument.value)) [[unlikely]]
+            throw ccStdError::BadArgument(argument.name, core::ids_Core_InvalidArg_1, {argument.name});
+}
+
+bool ValidEndAdornment(int32_t value) noexcept {
+    return value >= luxCircularArcAdornmentNone && value <= luxCircularArcAdornmentSolidCircle;
+}
+bool ValidDirectionAdornment(int32_t value) noexcept {
+    return value >= luxCircularArcDirectionAdornmentNone && value <= luxCircularArcDirectionAdornmentSolidArrow;
+}
+bool ValidDisplayMode(int32_t value) noexcept {
+    return value == luxCircularArcDisplayModeMathematical || value == luxCircularArcDisplayModeScreen;
+}
+
+const char* const kKeys[5] = {"CenterX", "CenterY", "Radius", "AngleStart", "AngleSpan"};
+const char* const kScreenRadiusKey = "DisplayedRadiusInScreenPixels";
+const char* const kEnumKeys[4] = {"StartPointAdornment", "EndPointAdornment", "DirectionAdornment", "DisplayMode"};
+
+[[noreturn]] void RefuseStored(const char* key, const char* why) {
+    throw ccArchive::BadContent(std::string(key) + " " + why, ids_Lux_ReadInvalidProperty_1, {key});
+}
+
+double ReadDouble(core::ArchiveAccess& archive, const char* key, bool& present) {
+    Variant value;
+    present = archive.Read(key, value);
+    if (!present) return 0;
+    if (FAILED(value.ChangeType(VT_R8)))
+        throw ccArchive::BadType(std::string(key) + " is not a number", ids_Lux_ReadInvalidProperty_1, {key});
+    const double v = value.get().dblVal;
+    if (!std::isfinite(v)) RefuseStored(key, "is not finite");
+    return v;
+}
+
+int32_t ReadInt(core::ArchiveAccess& archive, const char* key, bool& present) {
+    Variant value;
+    present = archive.Read(key, value);
+    if (!present) return 0;
+    if (FAILED(value.ChangeType(VT_I4)))
+        throw ccArchive::BadType(std::string(key) + " is not an integer", ids_Lux_ReadInvalidProperty_1, {key});
+    return value.get().lVal;
+}
+
+}  // namespace
+
+void CLuxCircularArc::Validate(const Params& p) {
+    // The core refuses the radius and the span first: they are what makes an arc.
+    CoreOf(p);
+    CheckFinite({{"CenterX", p.centerX}, {"CenterY", p.centerY}, {"Radius", p.radius}, {"AngleStart", p.angleStart},
+                 {"AngleSpan", p.angleSpan}});
+}
+
+ccEllipseArc2Ptrh CLuxCircularArc::CoreOf(const Params& p) {
+    return ccEllipseArc2Ptrh(new ccEllipseArc2(cc2Vect(p.centerX, p.centerY), p.radius, p.radius, 0.0, p.angleStart,
+                                               p.angleSpan));
+}
+
+void CLuxCircularArc::PointAt(const Params& p, double angle, double* x, double* y) noexcept {
+    *x = p.centerX + p.radius * std::cos(angle);
+    *y = p.centerY + p.radius * std::sin(angle);
+}
+
+ccShapePtrh_const CLuxCircularArc::CoreShape() const {
+    Params p;
+    {
+        core::ObjectLock::Guard guard(Lock());
+        p = params_;
+    }
+    return ccShapePtrh_const(CoreOf(p));
+}
+
+int32_t CLuxCircularArc::SetFromCoreShape(const ccShape& shape) {
+    const auto* arc = dynamic_cast<const ccEllipseArc2*>(&shape);
+    if (!arc) throw ccStdError::InternalError(std::string("a LuxCircularArc cannot hold a ") + shape.TypeName());
+    // Only what the class itself made comes back here (moved or fitted): a circle's arc. Its
+    // rotation turns the angles.
+    if (arc->RadiusX() != arc->RadiusY())
+        throw ccStdError::InternalError("a LuxCircularArc cannot hold an arc of an ellipse");
+    Params next{arc->Center().X(), arc->Center().Y(), arc->RadiusX(), arc->AngleStart() + arc->Rotation(),
+                arc->AngleSpan()};
+    Validate(next);
+    double announced = 0;
+    core::ObjectLock::Guard guard(Lock());
+    // The core keeps its start angle normalised; the class keeps the one it was given.
+    if (std::fabs(cc2XformLinear::NormalizeAngle(params_.angleStart - next.angleStart)) <= 1e-12)
+        next.angleStart = params_.angleStart;
+    return StoreLocked(next, announced);
+}
+
+void CLuxCircularArc::CopyGeometryFrom(const CLuxCircularArc& source) {
+    // The display settings travel here; TakeCommonState, which every copy calls next, drops
+    // them unless the copy flags select the basic graphics.
+    Params params;
+    Display display;
+    {
+        core::ObjectLock::Guard guard(source.Lock());
+        params = source.params_;
+        display = source.display_;
+    }
+    core::ObjectLock::Guard guard(Lock());
+    params_ = params;
+    display_ = display;
+}
+
+void CLuxCircularArc::TakeCommonState(const core::ShapeCommonState& source, int32_t copyFlags) {
+    Base::TakeCommonState(source, copyFlags);
+    if (copyFlags & luxCopyShapeBasicGraphics) return;
+    core::ObjectLock::Guard guard(Lock());
+    display_ = Display{};
+}
+
+void CLuxCircularArc::LendDisplayTo(IUnknown* shape, int32_t copyFlags) const {
+    if (!(copyFlags & luxCopyShapeBasicGraphics)) return;
+    CLuxEllipticalArc* target = CLuxEllipticalArc::ImplementationOf(shape);
+    if (!target) return;
+    Display display;
+    {
+        core::ObjectLock::Guard guard(Lock());
+        display = display_;
+    }
+    target->TakeAdornments(display.startPoint, display.endPoint, display.direction);
+}
+
+ccShapePtrh CLuxCircularArc::FittedToBox(const ccRect& box) const {
+    Params p;
+    {
+        core::ObjectLock::Guard guard(Lock());
+        p = params_;
+    }
+    // A box with no extent leaves no radius: the core refuses it.
+    const double radius = std::min(box.Width(), box.Height()) / 2;
+    return ccShapePtrh(CoreOf(Params{box.Center().X(), box.Center().Y(), radius, p.angleStart, p.angleSpan}));
+}
+
+void CLuxCircularArc::PersistShapeState(core::ArchiveAccess& archive) {
+    if (archive.Saving()) {
+        // Lock held.
+        double values[5] = {params_.centerX, params_.centerY, params_.radius, params_.angleStart,
+                                  params_.angleSpan};
+        for (int i = 0; i < 5; ++i) archive.Persist(kKeys[i], values[i]);
+        double screenRadius = display_.screenRadius;
+        archive.Persist(kScreenRadiusKey, screenRadius);
+        int32_t enums[4] = {display_.startPoint, display_.endPoint, display_.direction, display_.mode};
+        for (int i = 0; i < 4; ++i) archive.Persist(kEnumKeys[i], enums[i]);
+        return;
+    }
+    // Each value is checked on its own: valid values combine into a valid arc whatever the
+    // others are, so the commit cannot fail.
+    std::array<double, 5> values{};
+    std::array<bool, 5> present{};
+    for (int i = 0; i < 5; ++i) {
+        values[i] = ReadDouble(archive, kKeys[i], present[i]);
+        if (!present[i]) continue;
+        if (i == 2 && !(values[i] > 0)) RefuseStored(kKeys[i], "is not greater than 0");
+        if (i == 4 && values[i] == 0) RefuseStored(kKeys[i], "is 0");
+    }
+    bool screenPresent = false;
+    const double screenRadius = ReadDouble(archive, kScreenRadiusKey, screenPresent);
+    if (screenPresent && !(screenRadius > 0)) RefuseStored(kScreenRadiusKey, "is not greater than 0");
+    std::array<int32_t, 4> enums{};
+    std::array<bool, 4> enumPresent{};
+    for (int i = 0; i < 4; ++i) {
+        enums[i] = ReadInt(archive, kEnumKeys[i], enumPresent[i]);
+        if (!enumPresent[i]) continue;
+        const bool valid = i < 2 ? ValidEndAdornment(enums[i])
+                                 : i == 2 ? ValidDirectionAdornment(enums[i]) : ValidDisplayMode(enums[i]);
+        if (!valid) RefuseStored(kEnumKeys[i], "is outside its enumeration");
+    }
+    archive.OnCommit([this, values, present, screenRadius, screenPresent, enums, enumPresent]() noexcept {
+        double* fields[5] = {&params_.centerX, &params_.centerY, &params_.radius, &params_.angleStart,
+                             &params_.angleSpan};
+        for (int i = 0; i < 5; ++i)
+            if (present[i]) *fields[i] = values[i];
+        if (screenPresent) display_.screenRadius = screenRadius;
+        int32_t* enumFields[4] = {&display_.startPoint, &display_.endPoint, &display_.direction, &display_.mode};
+        for (int i = 0; i < 4; ++i)
+            if (enumPresent[i]) *enumFields[i] = enums[i];
+    });
+}
+
+int32_t CLuxCircularArc::StoreLocked(const Params& next, double& announced) noexcept {
+    const Params& before = params_;
+    struct Field {
+        double before, after;
+        int32_t stateId;
+    };
+    const Field fields[] = {
+        {before.centerX, next.centerX, luxCircularArc_CenterX},
+        {before.centerY, next.centerY, luxCircularArc_CenterY},
+        {before.radius, next.radius, luxCircularArc_Radius},
+        {before.angleStart, next.angleStart, luxCircularArc_AngleStart},
+        {before.angleSpan, next.angleSpan, luxCircularArc_AngleSpan},
+    };
+    int32_t stateId = luxState_Undefined;
+    for (const Field& field : fields) {
+        if (field.before == field.after) continue;
+        stateId = stateId == luxState_Undefined ? field.stateId : luxState_MoreThanOneStateIDChanged;
+        announced = field.after;
+    }
+    params_ = next;
+    return stateId;
+}
+
+template <class Reader>
+HRESULT CLuxCircularArc::Read(const char* method, Reader&& read) const {
+    return core::Guarded(method, IID_ILuxCircularArc, [&] {
+        Params p;
+        {
+            core::ObjectLock::Guard guard(Lock());
+            p = params_;
+        }
+        read(static_cast<const Params&>(p));
+    });
+}
+
+template <class Make>
+HRESULT CLuxCircularArc::Modify(const char* method, Make&& make) {
+    return core::Guarded(method, IID_ILuxCircularArc, [&] {
+        double announced = 0;
+        int32_t stateId;
+        {
+            core::ObjectLock::Guard guard(Lock());
+            const Params next = make(static_cast<const Params&>(params_));
+            Validate(next);
+            stateId = StoreLocked(next, announced);
+        }
+        if (stateId == luxState_Undefined) return S_OK;
+        if (stateId == luxState_MoreThanOneStateIDChanged) return RaiseChange(stateId, luxFA_Shape_Geometry);
+        VARIANT value{};
+        value.vt = VT_R8;
+        value.dblVal = announced;
+        return RaiseChange(stateId, value, luxFA_Shape_Geometry);
+    });
+}
+
+template <class Value>
+HRESULT CLuxCircularArc::PutDisplay(const char* method, Value Display::*field, Value value, int32_t stateId) {
+    return core::Guarded(method, IID_ILuxCircularArc, [&] {
+        {
+            core::ObjectLock::Guard guard(Lock());
+            if (display_.*field == value) return S_OK;
+            display_.*field = value;
+        }
+        VARIANT announced{};
+        if constexpr (std::is_same_v<Value, double>) {
+            announced.vt = VT_R8;
+            announced.dblVal = value;
+        } else {
+            announced.vt = VT_I4;
+            announced.lVal = value;
+        }
+        return RaiseChange(stateId, announced, luxFA_Shape_Graphic);
+    });
+}
+
+HRESULT CLuxCircularArc::Map(ILuxTransform2D* Transform, LuxCopyShapeConstants CopyFlags, ILuxShape** NewShape) {
+    const HRESULT hr = Base::Map(Transform, CopyFlags, NewShape);
+    if (SUCCEEDED(hr)) LendDisplayTo(*NewShape, CopyFlags);
+    return hr;
+}
+
+HRESULT CLuxCircularArc::MapGraphic(ILuxTransform2D* Transform, VARIANT MapInfo, ILuxGraphic** NewGraphic) {
+    const HRESULT hr = Base::MapGraphic(Transform, MapInfo, NewGraphic);
+    if (SUCCEEDED(hr)) LendDisplayTo(*NewGraphic, luxCopyShapeAll);
+    return hr;
+}
+
+HRESULT CLuxCircularArc::get_CenterX(double* CenterX) {
+    return Read("get_CenterX", [&](const Params& p) { core::RequireOut(CenterX), *CenterX = p.centerX; });
+}
+HRESULT CLuxCircularArc::put_CenterX(double CenterX) {
+    return Modify("put_CenterX", [&](Params p) { return p.centerX = CenterX, p; });
+}
+HRESULT CLuxCircularArc::get_CenterY(double* CenterY) {
+    return Read("get_CenterY", [&](const Params& p) { core::RequireOut(CenterY), *CenterY = p.centerY; });
+}
+HRESULT CLuxCircularArc::put_CenterY(double CenterY) {
+    return Modify("put_CenterY", [&](Params p) { return p.centerY = CenterY, p; });
+}
+HRESULT CLuxCircularArc::get_Radius(double* Radius) {
+    return Read("get_Radius", [&](const Params& p) { core::RequireOut(Radius), *Radius = p.radius; });
+}
+HRESULT CLuxCircularArc::put_Radius(double Radius) {
+    return Modify("put_Radius", [&](Params p) { return p.radius = Radius, p; });
+}
+HRESULT CLuxCircularArc::get_AngleStart(double* AngleStart) {
+    return Read("get_AngleStart", [&](const Params& p) { core::RequireOut(AngleStart), *AngleStart = p.angleStart; });
+}
+HRESULT CLuxCircularArc::put_AngleStart(double AngleStart) {
+    return Modify("put_AngleStart", [&](Params p) { return p.angleStart = AngleStart, p; });
+}
+HRESULT CLuxCircularArc::get_AngleSpan(double* AngleSpan) {
+    return Read("get_AngleSpan", [&](const Params& p) { core::RequireOut(AngleSpan), *AngleSpan = p.angleSpan; });
+}
+HRESULT CLuxCircularArc::put_AngleSpan(double AngleSpan) {
+    return Modify("put_AngleSpan", [&](Params p) { return p.angleSpan = AngleSpan, p; });
+}
+
+HRESULT CLuxCircularArc::get_ArcLength(double* ArcLength) {
+    return Read("get_ArcLength", [&](const Params& p) {
+        core::RequireOut(ArcLength);
+        *ArcLength = CoreOf(p)->Length();
+    });
+}
+
+HRESULT CLuxCircularArc::get_StartX(double* StartX) {
+    return Read("get_StartX", [&](const Params& p) {
+        core::RequireOut(StartX);
+        double y;
+        PointAt(p, p.angleStart, StartX, &y);
+    });
+}
+HRESULT CLuxCircularArc::get_StartY(double* StartY) {
+    return Read("get_StartY", [&](const Params& p) {
+        core::RequireOut(StartY);
+        double x;
+        PointAt(p, p.angleStart, &x, StartY);
+    });
+}
+HRESULT CLuxCircularArc::get_EndX(double* EndX) {
+    return Read("get_EndX", [&](const Params& p) {
+        core::RequireOut(EndX);
+        double y;
+        PointAt(p, p.angleStart + p.angleSpan, EndX, &y);
+    });
+}
+HRESULT CLuxCircularArc::get_EndY(double* EndY) {
+    return Read("get_EndY", [&](const Params& p) {
+        core::RequireOut(EndY);
+        double x;
+        PointAt(p, p.angleStart + p.angleSpan, &x, EndY);
+    });
+}
+HRESULT CLuxCircularArc::get_MidpointX(double* MidpointX) {
+    return Read("get_MidpointX", [&](const Params& p) {
+        core::RequireOut(MidpointX);
+        double y;
+        PointAt(p, p.angleStart + p.angleSpan / 2, MidpointX, &y);
+    });
+}
+HRESULT CLuxCircularArc::get_MidpointY(double* MidpointY) {
+    return Read("get_MidpointY", [&](const Params& p) {
+        core::RequireOut(MidpointY);
+        double x;
+        PointAt(p, p.angleStart + p.angleSpan / 2, &x, MidpointY);
+    });
+}
+
+HRESULT CLuxCircularArc::GetStartEnd(double* StartX, double* StartY, double* EndX, double* EndY) {
+    return Read("GetStartEnd", [&](const Params& p) {
+        core::RequireOut(StartX, StartY, EndX, EndY);
+        PointAt(p, p.angleStart, StartX, StartY);
+        PointAt(p, p.angleStart + p.angleSpan, EndX, EndY);
+    });
+}
+
+#define LUX_ARC_DISPLAY_GETTER(Member, Type, Field)                                       \
+    HRESULT CLuxCircularArc::get_##Member(Type* Value) {                                  \
+        return core::Guarded("get_" #Member, IID_ILuxCircularArc, [&] {                   \
+            core::RequireOut(Value);                                                      \
+            core::ObjectLock::Guard guard(Lock());                                        \
+            *Value = static_cast<Type>(display_.Field);                                   \
+        });                                                                               \
+    }
+LUX_ARC_DISPLAY_GETTER(StartPointAdornment, LuxCircularArcAdornmentConstants, startPoint)
+LUX_ARC_DISPLAY_GETTER(EndPointAdornment, LuxCircularArcAdornmentConstants, endPoint)
+LUX_ARC_DISPLAY_GETTER(DirectionAdornment, LuxCircularArcDirectionAdornmentConstants, direction)
+LUX_ARC_DISPLAY_GETTER(DisplayMode, LuxCircularArcDisplayModeConstants, mode)
+LUX_ARC_DISPLAY_GETTER(DisplayedRadiusInScreenPixels, double, screenRadius)
+#undef LUX_ARC_DISPLAY_GETTER
+
+namespace {
+void RequireEnum(bool valid, const char* property) {
+    if (!valid) throw ccStdError::BadArgument(property, ids_Lux_InvalidArgEnum_1, {property});
+}
+}  // namespace
+
+HRESULT CLuxCircularArc::put_StartPointAdornment(LuxCircularArcAdornmentConstants Adornment) {
+    if (!ValidEndAdornment(Adornment))
+        return core::Guarded("put_StartPointAdornment", IID_ILuxCircularArc,
+                             [&] { RequireEnum(false, "StartPointAdornment"); });
+    return PutDisplay<int32_t>("put_StartPointAdornment", &Display::startPoint, Adornment,
+                               luxCircularArc_StartPointAdornment);
+}
+HRESULT CLuxCircularArc::put_EndPointAdornment(LuxCircularArcAdornmentConstants Adornment) {
+    if (!ValidEndAdornment(Adornment))
+        return core::Guarded("put_EndPointAdornment", IID_ILuxCircularArc,
+                             [&] { RequireEnum(false, "EndPointAdornment"); });
+    return PutDisplay<int32_t>("put_EndPointAdornment", &Display::endPoint, Adornment,
+                               luxCircularArc_EndPointAdornment);
+}
+HRESULT CLuxCircularArc::put_DirectionAdornment(LuxCircularArcDirectionAdornmentConstants Adornment) {
+    if (!ValidDirectionAdornment(Adornment))
+        return core::Guarded("put_DirectionAdornment", IID_ILuxCircularArc,
+                             [&] { RequireEnum(false, "DirectionAdornment"); });
+    return PutDisplay<int32_t>("put_DirectionAdornment", &Display::direction, Adornment,
+                               luxCircularArc_DirectionAdornment);
+}
+HRESULT CLuxCircularArc::put_DisplayMode(LuxCircularArcDisplayModeConstants Mode) {
+    if (!ValidDisplayMode(Mode))
+        return core::Guarded("put_DisplayMode", IID_ILuxCircularArc, [&] { RequireEnum(false, "DisplayMode"); });
+    return PutDisplay<int32_t>("put_DisplayMode", &Display::mode, Mode, luxCircularArc_DisplayMode);
+}
+HRESULT CLuxCircularArc::put_DisplayedRadiusInScreenPixels(double Radius) {
+    if (!(Radius > 0) || !std::isfinite(Radius))
+        return core::Guarded("put_DisplayedRadiusInScreenPixels", IID_ILuxCircularArc, [&] {
+            throw ccStdError::BadArgument("DisplayedRadiusInScreenPixels", ids_Lux_InvalidArgNotPositive_1,
+                                          {"DisplayedRadiusInScreenPixels"});
+        });
+    return PutDisplay<double>("put_DisplayedRadiusInScreenPixels", &Display::screenRadius, Radius,
+                              luxCircularArc_DisplayedRadiusInScreenPixels);
+}
+
+HRESULT CLuxCircularArc::SetCenterRadiusAngleStartAngleSpan(double CenterX, double CenterY, double Radius,
+                                                            double AngleStart, double AngleSpan) {
+    return Modify("SetCenterRadiusAngleStartAngleSpan",
+                  [&](const Params&) { return Params{CenterX, CenterY, Radius, AngleStart, AngleSpan}; });
+}
+HRESULT CLuxCircularArc::GetCenterRadiusAngleStartAngleSpan(double* CenterX, double* CenterY, double* Radius,
+                                                            double* AngleStart, double* AngleSpan) {
+    return Read("GetCenterRadiusAngleStartAngleSpan", [&](const Params& p) {
+        core::RequireOut(CenterX, CenterY, Radius, AngleStart, AngleSpan);
+        *CenterX = p.centerX;
+        *CenterY = p.centerY;
+        *Radius = p.radius;
+        *AngleStart = p.angleStart;
+        *AngleSpan = p.angleSpan;
+    });
+}
+
+HRESULT CLuxCircularArc::MapLinear(ILuxTransform2DLinear* Transform, LuxCopyShapeConstants CopyFlags,
+                                   ILuxEllipticalArc** Result) {
+    return core::Guarded("MapLinear", IID_ILuxCircularArc, [&] {
+        core::RequireOut(Result);
+        *Result = nullptr;
+        core::RequireArgument(Transform, "Transform");
+        const ComPtr<ILuxShape> mapped = MapThrough(transform::CLuxTransform2DLinear::ValueOf(Transform), CopyFlags);
+        ComPtr<ILuxEllipticalArc> arc = mapped.As<ILuxEllipticalArc>();
+        if (!arc) throw ccStdError::InternalError("a circular arc mapped is not an elliptical arc");
+        LendDisplayTo(arc.get(), CopyFlags);
+        *Result = arc.Detach();
+    });
+}
+
+HRESULT CLuxCircularArc::Copy(LuxCopyShapeConstants CopyFlags, ILuxCircularArc** Result) {
+    return core::Guarded("Copy", IID_ILuxCircularArc, [&] {
+        core::RequireOut(Result);
+        *Result = nullptr;
+        *Result = CopyWith(CopyFlags).Detach();
+    });
+}
+
+HRESULT CLuxCircularArc::CreateCircle(LuxCopyShapeConstants CopyFlags, ILuxCircle** Result) {
+    return core::Guarded("CreateCircle", IID_ILuxCircularArc, [&] {
+        core::RequireOut(Result);
+        *Result = nullptr;
+        Params p;
+        {
+            core::ObjectLock::Guard guard(Lock());
+            p = params_;
+        }
+        const ccCirclePtrh circle(new ccCircle(cc2Vect(p.centerX, p.centerY), p.radius));
+        ComPtr<ILuxShape> shape = NewShapeFromCore(*circle);
+        core::ShapeImplementation::Require(shape.get(), "Result").TakeCommonState(CommonState(), CopyFlags);
+        ComPtr<ILuxCircle> result = shape.As<ILuxCircle>();
+        if (!result) throw ccStdError::InternalError("the full circle of an arc is not a LuxCircle");
+        *Result = result.Detach();
+    });
+}
+
+}  // namespace tessaly::shape
