@@ -1,0 +1,460 @@
+#include "com/shape/CLuxCircularAnnulusSection.h"
+
+#include <cmath>
+#include <initializer_list>
+#include <string>
+
+#include "com/core/MessageTable.h"
+#include "com/core/ccCOMError.h"
+#include "com/shape/ShapeFactory.h"
+#include "com/transform/CLuxTransform2DLinear.h"
+#include "persist/ccArchive.h"
+#include "platform/ClassTable.h"
+#include "xnl/std/except/ccStdError.h"
+#include "xnl/std/math/cc2XformLinear.h"
+#include "xnl/std/shapes/ccAnnulus.h"
+#include "xnl/std/shapes/ccEllipseAnnulus.h"
+#include "xnl/std/shapes/ccEllipseArc2.h"
+#include "xnl/std/shapes/ccRect.h"
+
+namespace tessaly::shape {
+
+namespace {
+
+const ClassRegistrar<CLuxCircularAnnulusSection> registrar;
+const ShapeFactoryRegistrar<CLuxCircularAnnulusSection> factoryEntry("ccAnnulus");
+
+using Params = CLuxCircularAnnulusSection::Params;
+
+struct Named {
+    const char* name;
+    double value;
+};
+
+// Infinite values would make a section with no extent that could never be saved and loaded.
+void CheckFinite(std::initializer_list<Named> arguments) {
+    for (const Named& argument : arguments)
+        if (std::isinf(argument.value)) [[unlikely]]
+            throw ccStdError::BadArgument(argument.name, core::ids_Core_InvalidArg_1, {argument.name});
+}
+
+bool ValidDirection(int32_t value) noexcept {
+    return value >= luxCircularAnnulusSectionDirectionAdornmentNone &&
+           value <= luxCircularAnnulusSectionDirectionAdornmentSolidArrow;
+}
+bool ValidCenterArc(int32_t value) noexcept {
+    return value >= luxCircularAnnulusSectionCenterArcAdornmentNone &&
+           value <= luxCircularAnnulusSectionCenterArcAdornmentDottedArc;
+}
+
+const char* const kKeys[6] = {"CenterX", "CenterY", "Radius", "AngleStart", "AngleSpan", "RadialScale"};
+const char* const kAdornmentKeys[3] = {"ArcDirectionAdornment", "RadialDirectionAdornment", "CenterArcAdornment"};
+const char* const kFractionKey = "ManipArcFraction";
+
+[[noreturn]] void RefuseStored(const char* key, const char* why) {
+    throw ccArchive::BadContent(std::string(key) + " " + why, ids_Lux_ReadInvalidProperty_1, {key});
+}
+
+VARIANT DoubleVariant(double value) noexcept {
+    VARIANT v{};
+    v.vt = VT_R8;
+    v.dblVal = value;
+    return v;
+}
+
+// The same section as an elliptical one (equal radii, rotation 0).
+ccEllipseAnnulusPtrh EllipticalCoreOf(const Params& p) {
+    return ccEllipseAnnulusPtrh(new ccEllipseAnnulus(cc2Vect(p.centerX, p.centerY), p.radius, p.radius, 0.0,
+                                                     p.angleStart, p.angleSpan, p.radialScale));
+}
+
+}  // namespace
+
+ccShapePtrh CLuxCircularAnnulusSection::NewCore(const Params& p) {
+    auto core = ccShapePtrh(new ccAnnulus(cc2Vect(p.centerX, p.centerY), p.radius, p.angleStart, p.angleSpan,
+                                          p.radialScale));
+    CheckFinite({{"CenterX", p.centerX}, {"CenterY", p.centerY}, {"Radius", p.radius}, {"AngleStart", p.angleStart},
+                 {"AngleSpan", p.angleSpan}, {"RadialScale", p.radialScale}});
+    return core;
+}
+
+Params CLuxCircularAnnulusSection::ParamsOf(const ccShape& shape) {
+    if (const auto* section = dynamic_cast<const ccAnnulus*>(&shape))
+        return Params{section->Center().X(), section->Center().Y(), section->Radius(),
+                      section->AngleStart(), section->AngleSpan(),  section->RadialScale()};
+    // An elliptical section with equal radii is circular; its rotation turns the angles.
+    if (const auto* section = dynamic_cast<const ccEllipseAnnulus*>(&shape); section &&
+                                                                          section->RadiusX() == section->RadiusY())
+        return Params{section->Center().X(), section->Center().Y(), section->RadiusX(),
+                      section->AngleStart() + section->Rotation(), section->AngleSpan(), section->RadialScale()};
+    throw ccStdError::InternalError(std::string("a LuxCircularAnnulusSection cannot hold a ") + shape.TypeName());
+}
+
+const ccShape& CLuxCircularAnnulusSection::CoreLocked() const {
+    if (!core_) core_ = NewCore(params_);
+    return *core_;
+}
+
+Params CLuxCircularAnnulusSection::Parameters() const {
+    core::ObjectLock::Guard guard(Lock());
+    return params_;
+}
+
+ccShapePtrh_const CLuxCircularAnnulusSection::CoreShape() const {
+    core::ObjectLock::Guard guard(Lock());
+    CoreLocked();
+    return core_;
+}
+
+int32_t CLuxCircularAnnulusSection::SetFromCoreShape(const ccShape& shape) {
+    const Params next = ParamsOf(shape);
+    const ccShapePtrh core = NewCore(next);
+    double announced = 0;
+    core::ObjectLock::Guard guard(Lock());
+    return StoreLocked(next, core, announced);
+}
+
+void CLuxCircularAnnulusSection::CopyGeometryFrom(const CLuxCircularAnnulusSection& source) {
+    // The graphic settings travel too; TakeCommonState, which every copy calls next, drops
+    // them unless the copy flags select the basic graphics.
+    Params params;
+    ccShapePtrh_const core;
+    AnnulusSectionGraphics graphics;
+    {
+        core::ObjectLock::Guard guard(source.Lock());
+        params = source.params_;
+        core = source.core_;
+        graphics = source.sectionGraphics_;
+    }
+    core::ObjectLock::Guard guard(Lock());
+    params_ = params;
+    core_ = core;
+    sectionGraphics_ = graphics;
+}
+
+void CLuxCircularAnnulusSection::TakeCommonState(const core::ShapeCommonState& source, int32_t copyFlags) {
+    Base::TakeCommonState(source, copyFlags);
+    if (copyFlags & luxCopyShapeBasicGraphics) return;
+    core::ObjectLock::Guard guard(Lock());
+    sectionGraphics_ = AnnulusSectionGraphics{};
+}
+
+AnnulusSectionGraphics CLuxCircularAnnulusSection::SectionGraphics() const {
+    core::ObjectLock::Guard guard(Lock());
+    return sectionGraphics_;
+}
+
+void CLuxCircularAnnulusSection::TakeSectionGraphics(const AnnulusSectionGraphics& graphics) {
+    core::ObjectLock::Guard guard(Lock());
+    sectionGraphics_ = graphics;
+}
+
+void CLuxCircularAnnulusSection::LendGraphicsTo(IUnknown* shape, int32_t copyFlags) const {
+    if (!(copyFlags & luxCopyShapeBasicGraphics)) return;
+    if (CLuxCircularAnnulusSection* circular = ImplementationOf(shape)) {
+        if (circular != this) circular->TakeSectionGraphics(SectionGraphics());
+    } else if (CLuxEllipticalAnnulusSection* elliptical = CLuxEllipticalAnnulusSection::ImplementationOf(shape)) {
+        elliptical->TakeSectionGraphics(SectionGraphics());
+    }
+}
+
+ccShapePtrh CLuxCircularAnnulusSection::FittedToBox(const ccRect& box) const {
+    // The outer arc's circle touches the box's shorter sides; angles and scale are kept.
+    Params p = Parameters();
+    const double outer = p.radialScale > 1 ? p.radialScale : 1.0;
+    p.centerX = box.Center().X();
+    p.centerY = box.Center().Y();
+    p.radius = std::fmin(box.Width(), box.Height()) / 2 / outer;
+    return NewCore(p);
+}
+
+void CLuxCircularAnnulusSection::PersistShapeState(core::ArchiveAccess& archive) {
+    if (archive.Saving()) {
+        // Lock held.
+        const double values[6] = {params_.centerX,    params_.centerY,   params_.radius,
+                                  params_.angleStart, params_.angleSpan, params_.radialScale};
+        for (int i = 0; i < 6; ++i) {
+            double v = values[i];
+            archive.Persist(kKeys[i], v);
+        }
+        double fraction = sectionGraphics_.manipArcFraction;
+        archive.Persist(kFractionKey, fraction);
+        int32_t adornments[3] = {sectionGraphics_.arcDirection, sectionGraphics_.radialDirection,
+                                 sectionGraphics_.centerArc};
+        for (int i = 0; i < 3; ++i) archive.Persist(kAdornmentKeys[i], adornments[i]);
+        return;
+    }
+    // Each value is checked on its own (valid values make a valid section whatever the
+    // others are), so the commit cannot fail.
+    Params next = params_;
+    double* fields[6] = {&next.centerX,    &next.centerY,   &next.radius,
+                         &next.angleStart, &next.angleSpan, &next.radialScale};
+    for (int i = 0; i < 6; ++i) {
+        Variant value;
+        if (!archive.Read(kKeys[i], value)) continue;
+        if (FAILED(value.ChangeType(VT_R8)))
+            throw ccArchive::BadType(std::string(kKeys[i]) + " is not a number", ids_Lux_ReadInvalidProperty_1,
+                                     {kKeys[i]});
+        const double v = value.get().dblVal;
+        if (!std::isfinite(v)) RefuseStored(kKeys[i], "is not finite");
+        if (i == 2 && !(v > 0)) RefuseStored(kKeys[i], "is not greater than 0");
+        if (i == 4 && v == 0) RefuseStored(kKeys[i], "is 0");
+        if (i == 5 && !(v > 0 && v != 1)) RefuseStored(kKeys[i], "is not greater than 0 and other than 1");
+        *fields[i] = v;
+    }
+    AnnulusSectionGraphics graphics = sectionGraphics_;
+    {
+        Variant value;
+        if (archive.Read(kFractionKey, value)) {
+            if (FAILED(value.ChangeType(VT_R8)))
+                throw ccArchive::BadType(std::string(kFractionKey) + " is not a number",
+                                         ids_Lux_ReadInvalidProperty_1, {kFractionKey});
+            const double v = value.get().dblVal;
+            if (!(v >= ccEllipseArc2::kMinEllipseFraction && v <= ccEllipseArc2::kMaxEllipseFraction))
+                RefuseStored(kFractionKey, "is outside [0.000001, 0.999999]");
+            graphics.manipArcFraction = v;
+        }
+    }
+    int32_t AnnulusSectionGraphics::*adornmentFields[3] = {&AnnulusSectionGraphics::arcDirection,
+                                                           &AnnulusSectionGraphics::radialDirection,
+                                                           &AnnulusSectionGraphics::centerArc};
+    for (int i = 0; i < 3; ++i) {
+        Variant value;
+        if (!archive.Read(kAdornmentKeys[i], value)) continue;
+        if (FAILED(value.ChangeType(VT_I4)))
+            throw ccArchive::BadType(std::string(kAdornmentKeys[i]) + " is not an integer",
+                                     ids_Lux_ReadInvalidProperty_1, {kAdornmentKeys[i]});
+        const int32_t v = value.get().lVal;
+        if (!(i == 2 ? ValidCenterArc(v) : ValidDirection(v))) RefuseStored(kAdornmentKeys[i], "is not an adornment");
+        graphics.*adornmentFields[i] = v;
+    }
+    archive.OnCommit([this, next, graphics]() noexcept {
+        params_ = next;
+        core_ = nullptr;  // built again from the parameters when asked for
+        sectionGraphics_ = graphics;
+    });
+}
+
+int32_t CLuxCircularAnnulusSection::StoreLocked(const Params& next, const ccShapePtrh& core,
+                                                double& announced) noexcept {
+    const Params& before = params_;
+    struct Field {
+        double before, after;
+        int32_t stateId;
+    };
+    const Field fields[] = {
+        {before.centerX, next.centerX, luxCircularAnnulusSection_CenterX},
+        {before.centerY, next.centerY, luxCircularAnnulusSection_CenterY},
+        {before.radius, next.radius, luxCircularAnnulusSection_Radius},
+        {before.angleStart, next.angleStart, luxCircularAnnulusSection_AngleStart},
+        {before.angleSpan, next.angleSpan, luxCircularAnnulusSection_AngleSpan},
+        {before.radialScale, next.radialScale, luxCircularAnnulusSection_RadialScale},
+    };
+    int32_t stateId = luxState_Undefined;
+    for (const Field& field : fields) {
+        if (field.before == field.after) continue;
+        stateId = stateId == luxState_Undefined ? field.stateId : luxState_MoreThanOneStateIDChanged;
+        announced = field.after;
+    }
+    params_ = next;
+    core_ = core;
+    return stateId;
+}
+
+// `make` answers the new parameters from the present ones; they are checked through the
+// core before anything is stored.
+template <class Make>
+HRESULT CLuxCircularAnnulusSection::Modify(const char* method, Make&& make) {
+    return core::Guarded(method, IID_ILuxCircularAnnulusSection, [&] {
+        double announced = 0;
+        int32_t stateId;
+        {
+            core::ObjectLock::Guard guard(Lock());
+            const Params next = make(static_cast<const Params&>(params_));
+            const ccShapePtrh core = NewCore(next);
+            stateId = StoreLocked(next, core, announced);
+        }
+        if (stateId == luxState_Undefined) return S_OK;
+        return RaiseChange(stateId, DoubleVariant(announced), luxFA_Shape_Geometry);
+    });
+}
+
+HRESULT CLuxCircularAnnulusSection::PutGraphic(const char* method, int32_t AnnulusSectionGraphics::*field,
+                                               int32_t value, int32_t last, const char* property, int32_t stateId) {
+    return core::Guarded(method, IID_ILuxCircularAnnulusSection, [&] {
+        if (value < 0 || value > last) throw ccStdError::BadArgument(property, ids_Lux_InvalidArgEnum_1, {property});
+        {
+            core::ObjectLock::Guard guard(Lock());
+            if (sectionGraphics_.*field == value) return S_OK;
+            sectionGraphics_.*field = value;
+        }
+        VARIANT announced{};
+        announced.vt = VT_I4;
+        announced.lVal = value;
+        return RaiseChange(stateId, announced, luxFA_Shape_Graphic);
+    });
+}
+
+HRESULT CLuxCircularAnnulusSection::Map(ILuxTransform2D* Transform, LuxCopyShapeConstants CopyFlags,
+                                        ILuxShape** NewShape) {
+    const HRESULT hr = Base::Map(Transform, CopyFlags, NewShape);
+    if (SUCCEEDED(hr)) LendGraphicsTo(*NewShape, CopyFlags);
+    return hr;
+}
+
+HRESULT CLuxCircularAnnulusSection::MapGraphic(ILuxTransform2D* Transform, VARIANT MapInfo,
+                                               ILuxGraphic** NewGraphic) {
+    const HRESULT hr = Base::MapGraphic(Transform, MapInfo, NewGraphic);
+    if (SUCCEEDED(hr)) LendGraphicsTo(*NewGraphic, luxCopyShapeAll);
+    return hr;
+}
+
+#define LUX_SECTION_PARAMETER(Name, field)                                                              \
+    HRESULT CLuxCircularAnnulusSection::get_##Name(double* Value) {                                     \
+        return core::Guarded("get_" #Name, IID_ILuxCircularAnnulusSection, [&] {                        \
+            core::RequireOut(Value);                                                                    \
+            core::ObjectLock::Guard guard(Lock());                                                      \
+            *Value = params_.field;                                                                     \
+        });                                                                                             \
+    }                                                                                                   \
+    HRESULT CLuxCircularAnnulusSection::put_##Name(double Value) {                                      \
+        return Modify("put_" #Name, [&](const Params& p) {                                              \
+            Params next = p;                                                                            \
+            next.field = Value;                                                                         \
+            return next;                                                                                \
+        });                                                                                             \
+    }
+LUX_SECTION_PARAMETER(CenterX, centerX)
+LUX_SECTION_PARAMETER(CenterY, centerY)
+LUX_SECTION_PARAMETER(Radius, radius)
+LUX_SECTION_PARAMETER(AngleStart, angleStart)
+LUX_SECTION_PARAMETER(AngleSpan, angleSpan)
+LUX_SECTION_PARAMETER(RadialScale, radialScale)
+#undef LUX_SECTION_PARAMETER
+
+#define LUX_SECTION_ADORNMENT(Name, Type, field, last)                                                          \
+    HRESULT CLuxCircularAnnulusSection::get_##Name(Type* Adornment) {                                           \
+        return core::Guarded("get_" #Name, IID_ILuxCircularAnnulusSection, [&] {                                \
+            core::RequireOut(Adornment);                                                                        \
+            core::ObjectLock::Guard guard(Lock());                                                              \
+            *Adornment = static_cast<Type>(sectionGraphics_.field);                                             \
+        });                                                                                                     \
+    }                                                                                                           \
+    HRESULT CLuxCircularAnnulusSection::put_##Name(Type Adornment) {                                            \
+        return PutGraphic("put_" #Name, &AnnulusSectionGraphics::field, Adornment, last, #Name,                 \
+                          luxCircularAnnulusSection_##Name);                                                    \
+    }
+LUX_SECTION_ADORNMENT(ArcDirectionAdornment, LuxCircularAnnulusSectionDirectionAdornmentConstants, arcDirection,
+                      luxCircularAnnulusSectionDirectionAdornmentSolidArrow)
+LUX_SECTION_ADORNMENT(RadialDirectionAdornment, LuxCircularAnnulusSectionDirectionAdornmentConstants,
+                      radialDirection, luxCircularAnnulusSectionDirectionAdornmentSolidArrow)
+LUX_SECTION_ADORNMENT(CenterArcAdornment, LuxCircularAnnulusSectionCenterArcAdornmentConstants, centerArc,
+                      luxCircularAnnulusSectionCenterArcAdornmentDottedArc)
+#undef LUX_SECTION_ADORNMENT
+
+HRESULT CLuxCircularAnnulusSection::get_ManipArcFraction(double* Fraction) {
+    return core::Guarded("get_ManipArcFraction", IID_ILuxCircularAnnulusSection, [&] {
+        core::RequireOut(Fraction);
+        core::ObjectLock::Guard guard(Lock());
+        *Fraction = sectionGraphics_.manipArcFraction;
+    });
+}
+HRESULT CLuxCircularAnnulusSection::put_ManipArcFraction(double Fraction) {
+    return core::Guarded("put_ManipArcFraction", IID_ILuxCircularAnnulusSection, [&] {
+        CheckedManipArcFraction(Fraction);
+        {
+            core::ObjectLock::Guard guard(Lock());
+            if (sectionGraphics_.manipArcFraction == Fraction) return S_OK;
+            sectionGraphics_.manipArcFraction = Fraction;
+        }
+        return RaiseChange(luxCircularAnnulusSection_ManipArcFraction, DoubleVariant(Fraction), luxFA_Shape_Graphic);
+    });
+}
+
+HRESULT CLuxCircularAnnulusSection::get_Area(double* Area) {
+    return core::Guarded("get_Area", IID_ILuxCircularAnnulusSection, [&] {
+        core::RequireOut(Area);
+        core::ObjectLock::Guard guard(Lock());
+        *Area = CoreLocked().Area();
+    });
+}
+HRESULT CLuxCircularAnnulusSection::get_Perimeter(double* Perimeter) {
+    return core::Guarded("get_Perimeter", IID_ILuxCircularAnnulusSection, [&] {
+        core::RequireOut(Perimeter);
+        core::ObjectLock::Guard guard(Lock());
+        *Perimeter = CoreLocked().Perimeter();
+    });
+}
+
+HRESULT CLuxCircularAnnulusSection::SetCenterRadiusAngleStartAngleSpanRadialScale(double CenterX, double CenterY,
+                                                                                  double Radius, double AngleStart,
+                                                                                  double AngleSpan,
+                                                                                  double RadialScale) {
+    return Modify("SetCenterRadiusAngleStartAngleSpanRadialScale", [&](const Params&) {
+        return Params{CenterX, CenterY, Radius, AngleStart, AngleSpan, RadialScale};
+    });
+}
+HRESULT CLuxCircularAnnulusSection::GetCenterRadiusAngleStartAngleSpanRadialScale(double* CenterX, double* CenterY,
+                                                                                  double* Radius, double* AngleStart,
+                                                                                  double* AngleSpan,
+                                                                                  double* RadialScale) {
+    return core::Guarded("GetCenterRadiusAngleStartAngleSpanRadialScale", IID_ILuxCircularAnnulusSection, [&] {
+        core::RequireOut(CenterX, CenterY, Radius, AngleStart, AngleSpan, RadialScale);
+        const Params p = Parameters();
+        *CenterX = p.centerX;
+        *CenterY = p.centerY;
+        *Radius = p.radius;
+        *AngleStart = p.angleStart;
+        *AngleSpan = p.angleSpan;
+        *RadialScale = p.radialScale;
+    });
+}
+
+HRESULT CLuxCircularAnnulusSection::MapLinear(ILuxTransform2DLinear* Transform, LuxCopyShapeConstants CopyFlags,
+                                              ILuxEllipticalAnnulusSection** Result) {
+    return core::Guarded("MapLinear", IID_ILuxCircularAnnulusSection, [&] {
+        core::RequireOut(Result);
+        *Result = nullptr;
+        core::RequireArgument(Transform, "Transform");
+        const cc2XformLinear transform = transform::CLuxTransform2DLinear::ValueOf(Transform);
+        // Through the elliptical core, so that even a similarity answers the elliptical class.
+        const ccShapePtrh mapped = EllipticalCoreOf(Parameters())->Map(transform);
+        auto section = ComPtr<CLuxEllipticalAnnulusSection>::Attach(CLuxEllipticalAnnulusSection::Create());
+        if (!section) throw std::bad_alloc();
+        section->SetFromCoreShape(*mapped);  // nobody has seen it: no event
+        section->TakeCommonState(CommonState(), CopyFlags);
+        LendGraphicsTo(static_cast<ILuxEllipticalAnnulusSection*>(section.get()), CopyFlags);
+        *Result = static_cast<ILuxEllipticalAnnulusSection*>(section.Detach());
+    });
+}
+
+HRESULT CLuxCircularAnnulusSection::Copy(LuxCopyShapeConstants CopyFlags, ILuxCircularAnnulusSection** Result) {
+    return core::Guarded("Copy", IID_ILuxCircularAnnulusSection, [&] {
+        core::RequireOut(Result);
+        *Result = nullptr;
+        *Result = CopyWith(CopyFlags).Detach();
+    });
+}
+
+HRESULT CLuxCircularAnnulusSection::CreateCircularArc(double RadialFraction, LuxCopyShapeConstants CopyFlags,
+                                                      ILuxCircularArc** Result) {
+    return core::Guarded("CreateCircularArc", IID_ILuxCircularAnnulusSection, [&] {
+        core::RequireOut(Result);
+        *Result = nullptr;
+        if (!(RadialFraction >= 0 && RadialFraction <= 1))
+            throw ccStdError::BadArgument("RadialFraction", ids_Lux_InvalidArgValue_1, {"RadialFraction"});
+        const Params p = Parameters();
+        const ccShapePtrh core = NewCore(p);
+        const double radius = p.radius * static_cast<const ccAnnulus&>(*core).Geometry().ScaleAtFraction(RadialFraction);
+        ComPtr<ILuxCircularArc> arc;
+        core::ThrowIfFailed(tessaly::CreateObject(generated::CoClass_LuxCircularArc.clsid, IID_ILuxCircularArc,
+                                         arc.OutVoid()));
+        // A new arc nobody listens to yet: its events reach no one.
+        core::ThrowIfFailed(arc->SetCenterRadiusAngleStartAngleSpan(p.centerX, p.centerY, radius, p.angleStart,
+                                                                    p.angleSpan));
+        core::ShapeImplementation::Require(arc.get(), "Result").TakeCommonState(CommonState(), CopyFlags);
+        *Result = arc.Detach();
+    });
+}
+
+}  // namespace tessaly::shape

@@ -1,0 +1,472 @@
+#include "com/shape/CLuxEllipticalAnnulusSection.h"
+
+#include <array>
+#include <cmath>
+#include <initializer_list>
+#include <string>
+
+#include "com/core/MessageTable.h"
+#include "com/shape/ShapeFactory.h"
+#include "com/transform/CLuxTransform2DLinear.h"
+#include "persist/ccArchive.h"
+#include "platform/ClassTable.h"
+#include "xnl/std/except/ccStdError.h"
+#include "xnl/std/math/ccMathError.h"
+#include "xnl/std/math/cc2XformLinear.h"
+#include "xnl/std/shapes/ccEllipseAnnulus.h"
+#include "xnl/std/shapes/ccEllipseArc2.h"
+#include "xnl/std/shapes/ccQvShapesError.h"
+#include "xnl/std/shapes/ccRect.h"
+
+namespace tessaly::shape {
+
+namespace {
+
+const ClassRegistrar<CLuxEllipticalAnnulusSection> registrar;
+const ShapeFactoryRegistrar<CLuxEllipticalAnnulusSection> factoryEntry("ccEllipseAnnulus");
+
+using Params = CLuxEllipticalAnnulusSection::Params;
+
+struct Named {
+    const char* name;
+    double value;
+};
+
+// Infinite values would make a section with no extent that could never be saved and loaded.
+void CheckFinite(std::initializer_list<Named> arguments) {
+    for (const Named& argument : arguments)
+        if (std::isinf(argument.value)) [[unlikely]]
+            throw ccStdError::BadArgument(argument.name, core::ids_Core_InvalidArg_1, {argument.name});
+}
+
+void CheckFinite(const Params& p) {
+    CheckFinite({{"CenterX", p.centerX}, {"CenterY", p.centerY}, {"RadiusX", p.radiusX}, {"RadiusY", p.radiusY},
+                 {"Rotation", p.rotation}, {"AngleStart", p.angleStart}, {"AngleSpan", p.angleSpan},
+                 {"RadialScale", p.radialScale}});
+}
+
+bool ValidDirection(int32_t value) noexcept {
+    return value >= luxEllipticalAnnulusSectionDirectionAdornmentNone &&
+           value <= luxEllipticalAnnulusSectionDirectionAdornmentSolidArrow;
+}
+bool ValidCenterArc(int32_t value) noexcept {
+    return value >= luxEllipticalAnnulusSectionCenterArcAdornmentNone &&
+           value <= luxEllipticalAnnulusSectionCenterArcAdornmentDottedArc;
+}
+
+const char* const kKeys[8] = {"CenterX",  "CenterY",    "RadiusX",   "RadiusY",
+                              "Rotation", "AngleStart", "AngleSpan", "RadialScale"};
+const char* const kAdornmentKeys[3] = {"ArcDirectionAdornment", "RadialDirectionAdornment", "CenterArcAdornment"};
+const char* const kFractionKey = "ManipArcFraction";
+
+[[noreturn]] void RefuseStored(const char* key, const char* why) {
+    throw ccArchive::BadContent(std::string(key) + " " + why, ids_Lux_ReadInvalidProperty_1, {key});
+}
+
+VARIANT DoubleVariant(double value) noexcept {
+    VARIANT v{};
+    v.vt = VT_R8;
+    v.dblVal = value;
+    return v;
+}
+
+}  // namespace
+
+double CheckedManipArcFraction(double fraction) {
+    ccEllipseArc2::ValidateEllipseFraction(fraction);
+    return fraction;
+}
+
+ccShapePtrh CLuxEllipticalAnnulusSection::NewCore(const Params& p) {
+    auto core = ccShapePtrh(new ccEllipseAnnulus(cc2Vect(p.centerX, p.centerY), p.radiusX, p.radiusY, p.rotation,
+                                                 p.angleStart, p.angleSpan, p.radialScale));
+    CheckFinite(p);
+    return core;
+}
+
+Params CLuxEllipticalAnnulusSection::ParamsOf(const ccShape& shape) {
+    const auto* section = dynamic_cast<const ccEllipseAnnulus*>(&shape);
+    if (!section)
+        throw ccStdError::InternalError(std::string("a LuxEllipticalAnnulusSection cannot hold a ") + shape.TypeName());
+    Params p;
+    p.centerX = section->Center().X();
+    p.centerY = section->Center().Y();
+    p.radiusX = section->RadiusX();
+    p.radiusY = section->RadiusY();
+    p.rotation = cc2XformLinear::NormalizeAngle(section->Rotation());
+    p.angleStart = section->AngleStart();
+    p.angleSpan = section->AngleSpan();
+    p.radialScale = section->RadialScale();
+    return p;
+}
+
+const ccShape& CLuxEllipticalAnnulusSection::CoreLocked() const {
+    if (!core_) core_ = NewCore(params_);
+    return *core_;
+}
+
+Params CLuxEllipticalAnnulusSection::Parameters() const {
+    core::ObjectLock::Guard guard(Lock());
+    return params_;
+}
+
+ccShapePtrh_const CLuxEllipticalAnnulusSection::CoreShape() const {
+    core::ObjectLock::Guard guard(Lock());
+    CoreLocked();
+    return core_;
+}
+
+int32_t CLuxEllipticalAnnulusSection::SetFromCoreShape(const ccShape& shape) {
+    const Params next = ParamsOf(shape);
+    const ccShapePtrh core = NewCore(next);
+    double announced = 0;
+    core::ObjectLock::Guard guard(Lock());
+    return StoreLocked(next, core, announced);
+}
+
+void CLuxEllipticalAnnulusSection::CopyGeometryFrom(const CLuxEllipticalAnnulusSection& source) {
+    // The graphic settings travel too; TakeCommonState, which every copy calls next, drops
+    // them unless the copy flags select the basic graphics.
+    Params params;
+    ccShapePtrh_const core;
+    AnnulusSectionGraphics graphics;
+    {
+        core::ObjectLock::Guard guard(source.Lock());
+        params = source.params_;
+        core = source.core_;
+        graphics = source.sectionGraphics_;
+    }
+    core::ObjectLock::Guard guard(Lock());
+    params_ = params;
+    core_ = core;
+    sectionGraphics_ = graphics;
+}
+
+void CLuxEllipticalAnnulusSection::TakeCommonState(const core::ShapeCommonState& source, int32_t copyFlags) {
+    Base::TakeCommonState(source, copyFlags);
+    if (copyFlags & luxCopyShapeBasicGraphics) return;
+    core::ObjectLock::Guard guard(Lock());
+    sectionGraphics_ = AnnulusSectionGraphics{};
+}
+
+AnnulusSectionGraphics CLuxEllipticalAnnulusSection::SectionGraphics() const {
+    core::ObjectLock::Guard guard(Lock());
+    return sectionGraphics_;
+}
+
+void CLuxEllipticalAnnulusSection::TakeSectionGraphics(const AnnulusSectionGraphics& graphics) {
+    core::ObjectLock::Guard guard(Lock());
+    sectionGraphics_ = graphics;
+}
+
+void CLuxEllipticalAnnulusSection::LendGraphicsTo(IUnknown* shape, int32_t copyFlags) const {
+    if (!(copyFlags & luxCopyShapeBasicGraphics)) return;
+    CLuxEllipticalAnnulusSection* target = ImplementationOf(shape);
+    if (target && target != this) target->TakeSectionGraphics(SectionGraphics());
+}
+
+ccShapePtrh CLuxEllipticalAnnulusSection::FittedToBox(const ccRect& box) const {
+    // The outer arc's ellipse touches the box's sides; the shape keeps its angles, scale and
+    // rotation (the radii are those of an axis-aligned ellipse in the box when it turns).
+    Params p = Parameters();
+    const double outer = p.radialScale > 1 ? p.radialScale : 1.0;
+    p.centerX = box.Center().X();
+    p.centerY = box.Center().Y();
+    p.radiusX = box.Width() / 2 / outer;
+    p.radiusY = box.Height() / 2 / outer;
+    return NewCore(p);
+}
+
+void CLuxEllipticalAnnulusSection::PersistShapeState(core::ArchiveAccess& archive) {
+    if (archive.Saving()) {
+        // Lock held.
+        const double values[8] = {params_.centerX,  params_.centerY,    params_.radiusX,   params_.radiusY,
+                                  params_.rotation, params_.angleStart, params_.angleSpan, params_.radialScale};
+        for (int i = 0; i < 8; ++i) {
+            double v = values[i];
+            archive.Persist(kKeys[i], v);
+        }
+        double fraction = sectionGraphics_.manipArcFraction;
+        archive.Persist(kFractionKey, fraction);
+        int32_t adornments[3] = {sectionGraphics_.arcDirection, sectionGraphics_.radialDirection,
+                                 sectionGraphics_.centerArc};
+        for (int i = 0; i < 3; ++i) archive.Persist(kAdornmentKeys[i], adornments[i]);
+        return;
+    }
+    // The loaded values over the present ones must make a valid section; the commit then
+    // cannot fail.
+    Params next = params_;
+    double* fields[8] = {&next.centerX,  &next.centerY,    &next.radiusX,   &next.radiusY,
+                         &next.rotation, &next.angleStart, &next.angleSpan, &next.radialScale};
+    for (int i = 0; i < 8; ++i) {
+        Variant value;
+        if (!archive.Read(kKeys[i], value)) continue;
+        if (FAILED(value.ChangeType(VT_R8)))
+            throw ccArchive::BadType(std::string(kKeys[i]) + " is not a number", ids_Lux_ReadInvalidProperty_1,
+                                     {kKeys[i]});
+        const double v = value.get().dblVal;
+        if (!std::isfinite(v)) RefuseStored(kKeys[i], "is not finite");
+        if ((i == 2 || i == 3) && !(v > 0)) RefuseStored(kKeys[i], "is not greater than 0");
+        if (i == 6 && v == 0) RefuseStored(kKeys[i], "is 0");
+        if (i == 7 && !(v > 0 && v != 1)) RefuseStored(kKeys[i], "is not greater than 0 and other than 1");
+        *fields[i] = i == 4 ? cc2XformLinear::NormalizeAngle(v) : v;
+    }
+    AnnulusSectionGraphics graphics = sectionGraphics_;
+    {
+        Variant value;
+        if (archive.Read(kFractionKey, value)) {
+            if (FAILED(value.ChangeType(VT_R8)))
+                throw ccArchive::BadType(std::string(kFractionKey) + " is not a number",
+                                         ids_Lux_ReadInvalidProperty_1, {kFractionKey});
+            const double v = value.get().dblVal;
+            if (!(v >= ccEllipseArc2::kMinEllipseFraction && v <= ccEllipseArc2::kMaxEllipseFraction))
+                RefuseStored(kFractionKey, "is outside [0.000001, 0.999999]");
+            graphics.manipArcFraction = v;
+        }
+    }
+    int32_t AnnulusSectionGraphics::*adornmentFields[3] = {&AnnulusSectionGraphics::arcDirection,
+                                                           &AnnulusSectionGraphics::radialDirection,
+                                                           &AnnulusSectionGraphics::centerArc};
+    for (int i = 0; i < 3; ++i) {
+        Variant value;
+        if (!archive.Read(kAdornmentKeys[i], value)) continue;
+        if (FAILED(value.ChangeType(VT_I4)))
+            throw ccArchive::BadType(std::string(kAdornmentKeys[i]) + " is not an integer",
+                                     ids_Lux_ReadInvalidProperty_1, {kAdornmentKeys[i]});
+        const int32_t v = value.get().lVal;
+        if (!(i == 2 ? ValidCenterArc(v) : ValidDirection(v))) RefuseStored(kAdornmentKeys[i], "is not an adornment");
+        graphics.*adornmentFields[i] = v;
+    }
+    archive.OnCommit([this, next, graphics]() noexcept {
+        params_ = next;
+        core_ = nullptr;  // built again from the parameters when asked for
+        sectionGraphics_ = graphics;
+    });
+}
+
+int32_t CLuxEllipticalAnnulusSection::StoreLocked(const Params& next, const ccShapePtrh& core,
+                                                  double& announced) noexcept {
+    const Params& before = params_;
+    struct Field {
+        double before, after;
+        int32_t stateId;
+    };
+    const Field fields[] = {
+        {before.centerX, next.centerX, luxEllipticalAnnulusSection_CenterX},
+        {before.centerY, next.centerY, luxEllipticalAnnulusSection_CenterY},
+        {before.radiusX, next.radiusX, luxEllipticalAnnulusSection_RadiusX},
+        {before.radiusY, next.radiusY, luxEllipticalAnnulusSection_RadiusY},
+        {before.rotation, next.rotation, luxEllipticalAnnulusSection_Rotation},
+        {before.angleStart, next.angleStart, luxEllipticalAnnulusSection_AngleStart},
+        {before.angleSpan, next.angleSpan, luxEllipticalAnnulusSection_AngleSpan},
+        {before.radialScale, next.radialScale, luxEllipticalAnnulusSection_RadialScale},
+    };
+    int32_t stateId = luxState_Undefined;
+    for (const Field& field : fields) {
+        if (field.before == field.after) continue;
+        stateId = stateId == luxState_Undefined ? field.stateId : luxState_MoreThanOneStateIDChanged;
+        announced = field.after;
+    }
+    params_ = next;
+    core_ = core;
+    return stateId;
+}
+
+// `make` answers the new parameters from the present ones; they are checked through the
+// core before anything is stored. forcedStateId, when not 0, replaces the state ID of the
+// announcement (the unit-circle setter announces itself).
+template <class Make>
+HRESULT CLuxEllipticalAnnulusSection::Modify(const char* method, Make&& make, int32_t forcedStateId) {
+    return core::Guarded(method, IID_ILuxEllipticalAnnulusSection, [&] {
+        double announced = 0;
+        int32_t stateId;
+        {
+            core::ObjectLock::Guard guard(Lock());
+            Params next = make(static_cast<const Params&>(params_));
+            next.rotation = cc2XformLinear::NormalizeAngle(next.rotation);
+            const ccShapePtrh core = NewCore(next);
+            stateId = StoreLocked(next, core, announced);
+        }
+        if (stateId == luxState_Undefined) return S_OK;
+        if (forcedStateId != 0) return RaiseChange(forcedStateId, VARIANT{}, luxFA_Shape_Geometry);
+        return RaiseChange(stateId, DoubleVariant(announced), luxFA_Shape_Geometry);
+    });
+}
+
+HRESULT CLuxEllipticalAnnulusSection::PutGraphic(const char* method, int32_t AnnulusSectionGraphics::*field,
+                                                 int32_t value, int32_t last, const char* property, int32_t stateId) {
+    return core::Guarded(method, IID_ILuxEllipticalAnnulusSection, [&] {
+        if (value < 0 || value > last) throw ccStdError::BadArgument(property, ids_Lux_InvalidArgEnum_1, {property});
+        {
+            core::ObjectLock::Guard guard(Lock());
+            if (sectionGraphics_.*field == value) return S_OK;
+            sectionGraphics_.*field = value;
+        }
+        VARIANT announced{};
+        announced.vt = VT_I4;
+        announced.lVal = value;
+        return RaiseChange(stateId, announced, luxFA_Shape_Graphic);
+    });
+}
+
+HRESULT CLuxEllipticalAnnulusSection::Map(ILuxTransform2D* Transform, LuxCopyShapeConstants CopyFlags,
+                                          ILuxShape** NewShape) {
+    const HRESULT hr = Base::Map(Transform, CopyFlags, NewShape);
+    if (SUCCEEDED(hr)) LendGraphicsTo(*NewShape, CopyFlags);
+    return hr;
+}
+
+HRESULT CLuxEllipticalAnnulusSection::MapGraphic(ILuxTransform2D* Transform, VARIANT MapInfo,
+                                                 ILuxGraphic** NewGraphic) {
+    const HRESULT hr = Base::MapGraphic(Transform, MapInfo, NewGraphic);
+    if (SUCCEEDED(hr)) LendGraphicsTo(*NewGraphic, luxCopyShapeAll);
+    return hr;
+}
+
+#define LUX_SECTION_PARAMETER(Name, field)                                                              \
+    HRESULT CLuxEllipticalAnnulusSection::get_##Name(double* Value) {                                   \
+        return core::Guarded("get_" #Name, IID_ILuxEllipticalAnnulusSection, [&] {                      \
+            core::RequireOut(Value);                                                                    \
+            core::ObjectLock::Guard guard(Lock());                                                      \
+            *Value = params_.field;                                                                     \
+        });                                                                                             \
+    }                                                                                                   \
+    HRESULT CLuxEllipticalAnnulusSection::put_##Name(double Value) {                                    \
+        return Modify("put_" #Name, [&](const Params& p) {                                              \
+            Params next = p;                                                                            \
+            next.field = Value;                                                                         \
+            return next;                                                                                \
+        });                                                                                             \
+    }
+LUX_SECTION_PARAMETER(CenterX, centerX)
+LUX_SECTION_PARAMETER(CenterY, centerY)
+LUX_SECTION_PARAMETER(RadiusX, radiusX)
+LUX_SECTION_PARAMETER(RadiusY, radiusY)
+LUX_SECTION_PARAMETER(Rotation, rotation)
+LUX_SECTION_PARAMETER(AngleStart, angleStart)
+LUX_SECTION_PARAMETER(AngleSpan, angleSpan)
+LUX_SECTION_PARAMETER(RadialScale, radialScale)
+#undef LUX_SECTION_PARAMETER
+
+HRESULT CLuxEllipticalAnnulusSection::get_Area(double* Area) {
+    return core::Guarded("get_Area", IID_ILuxEllipticalAnnulusSection, [&] {
+        core::RequireOut(Area);
+        core::ObjectLock::Guard guard(Lock());
+        *Area = CoreLocked().Area();
+    });
+}
+HRESULT CLuxEllipticalAnnulusSection::get_Perimeter(double* Perimeter) {
+    return core::Guarded("get_Perimeter", IID_ILuxEllipticalAnnulusSection, [&] {
+        core::RequireOut(Perimeter);
+        core::ObjectLock::Guard guard(Lock());
+        *Perimeter = CoreLocked().Perimeter();
+    });
+}
+
+#define LUX_SECTION_ADORNMENT(Name, Type, field, last)                                                          \
+    HRESULT CLuxEllipticalAnnulusSection::get_##Name(Type* Adornment) {                                         \
+        return core::Guarded("get_" #Name, IID_ILuxEllipticalAnnulusSection, [&] {                              \
+            core::RequireOut(Adornment);                                                                        \
+            core::ObjectLock::Guard guard(Lock());                                                              \
+            *Adornment = static_cast<Type>(sectionGraphics_.field);                                             \
+        });                                                                                                     \
+    }                                                                                                           \
+    HRESULT CLuxEllipticalAnnulusSection::put_##Name(Type Adornment) {                                          \
+        return PutGraphic("put_" #Name, &AnnulusSectionGraphics::field, Adornment, last, #Name,                 \
+                          luxEllipticalAnnulusSection_##Name);                                                  \
+    }
+LUX_SECTION_ADORNMENT(ArcDirectionAdornment, LuxEllipticalAnnulusSectionDirectionAdornmentConstants, arcDirection,
+                      luxEllipticalAnnulusSectionDirectionAdornmentSolidArrow)
+LUX_SECTION_ADORNMENT(RadialDirectionAdornment, LuxEllipticalAnnulusSectionDirectionAdornmentConstants,
+                      radialDirection, luxEllipticalAnnulusSectionDirectionAdornmentSolidArrow)
+LUX_SECTION_ADORNMENT(CenterArcAdornment, LuxEllipticalAnnulusSectionCenterArcAdornmentConstants, centerArc,
+                      luxEllipticalAnnulusSectionCenterArcAdornmentDottedArc)
+#undef LUX_SECTION_ADORNMENT
+
+HRESULT CLuxEllipticalAnnulusSection::get_ManipArcFraction(double* Fraction) {
+    return core::Guarded("get_ManipArcFraction", IID_ILuxEllipticalAnnulusSection, [&] {
+        core::RequireOut(Fraction);
+        core::ObjectLock::Guard guard(Lock());
+        *Fraction = sectionGraphics_.manipArcFraction;
+    });
+}
+HRESULT CLuxEllipticalAnnulusSection::put_ManipArcFraction(double Fraction) {
+    return core::Guarded("put_ManipArcFraction", IID_ILuxEllipticalAnnulusSection, [&] {
+        CheckedManipArcFraction(Fraction);
+        {
+            core::ObjectLock::Guard guard(Lock());
+            if (sectionGraphics_.manipArcFraction == Fraction) return S_OK;
+            sectionGraphics_.manipArcFraction = Fraction;
+        }
+        return RaiseChange(luxEllipticalAnnulusSection_ManipArcFraction, DoubleVariant(Fraction), luxFA_Shape_Graphic);
+    });
+}
+
+HRESULT CLuxEllipticalAnnulusSection::GetUnitCircleParams(double* UnitCircleAngleStart, double* UnitCircleAngleSpan,
+                                                          double* RadialScale,
+                                                          ILuxTransform2DLinear** EllipseFromUnitCircle) {
+    return core::Guarded("GetUnitCircleParams", IID_ILuxEllipticalAnnulusSection, [&] {
+        core::RequireOut(UnitCircleAngleStart, UnitCircleAngleSpan, RadialScale, EllipseFromUnitCircle);
+        *EllipseFromUnitCircle = nullptr;
+        ccEllipseArc2::UnitCircleParams unit;
+        double radialScale;
+        {
+            core::ObjectLock::Guard guard(Lock());
+            unit = static_cast<const ccEllipseAnnulus&>(CoreLocked()).GetUnitCircleParams();
+            radialScale = params_.radialScale;
+        }
+        ComPtr<transform::CLuxTransform2DLinear> made =
+            transform::CLuxTransform2DLinear::FromValue(unit.ellipseFromUnitCircle);
+        *UnitCircleAngleStart = unit.angleStart;
+        *UnitCircleAngleSpan = unit.angleSpan;
+        *RadialScale = radialScale;
+        *EllipseFromUnitCircle = static_cast<ILuxTransform2DLinear*>(made.Detach());
+    });
+}
+
+HRESULT CLuxEllipticalAnnulusSection::GetCenterRadiusXYRotationAngleStartAngleSpanRadialScale(
+    double* CenterX, double* CenterY, double* RadiusX, double* RadiusY, double* Rotation, double* AngleStart,
+    double* AngleSpan, double* RadialScale) {
+    return core::Guarded("GetCenterRadiusXYRotationAngleStartAngleSpanRadialScale", IID_ILuxEllipticalAnnulusSection,
+                         [&] {
+                             core::RequireOut(CenterX, CenterY, RadiusX, RadiusY, Rotation, AngleStart, AngleSpan,
+                                              RadialScale);
+                             const Params p = Parameters();
+                             *CenterX = p.centerX;
+                             *CenterY = p.centerY;
+                             *RadiusX = p.radiusX;
+                             *RadiusY = p.radiusY;
+                             *Rotation = p.rotation;
+                             *AngleStart = p.angleStart;
+                             *AngleSpan = p.angleSpan;
+                             *RadialScale = p.radialScale;
+                         });
+}
+
+HRESULT CLuxEllipticalAnnulusSection::SetCenterRadiusXYRotationAngleStartAngleSpanRadialScale(
+    double CenterX, double CenterY, double RadiusX, double RadiusY, double Rotation, double AngleStart,
+    double AngleSpan, double RadialScale) {
+    return Modify("SetCenterRadiusXYRotationAngleStartAngleSpanRadialScale", [&](const Params&) {
+        return Params{CenterX, CenterY, RadiusX, RadiusY, Rotation, AngleStart, AngleSpan, RadialScale};
+    });
+}
+
+HRESULT CLuxEllipticalAnnulusSection::SetFromUnitCircleParams(double UnitCircleAngleStart, double UnitCircleAngleSpan,
+                                                              double RadialScale,
+                                                              ILuxTransform2DLinear* EllipseFromUnitCircle) {
+    return core::Guarded("SetFromUnitCircleParams", IID_ILuxEllipticalAnnulusSection, [&] {
+        core::RequireArgument(EllipseFromUnitCircle, "EllipseFromUnitCircle");
+        // Read before this object's lock is taken: the transform may be anyone's.
+        const cc2XformLinear transform = transform::CLuxTransform2DLinear::ValueOf(EllipseFromUnitCircle);
+        if (transform.Determinant() == 0 || !std::isfinite(transform.Determinant()))
+            throw ccMathError::Singular("a singular transform maps the unit circle onto no ellipse");
+        ccEllipseAnnulusPtrh section(new ccEllipseAnnulus());
+        section->SetFromUnitCircleParams(UnitCircleAngleStart, UnitCircleAngleSpan, RadialScale, transform);
+        const Params next = ParamsOf(*section);
+        return Modify(
+            "SetFromUnitCircleParams", [&](const Params&) { return next; },
+            luxEllipticalAnnulusSection_UnitCircleParams);
+    });
+}
+
+}  // namespace tessaly::shape
