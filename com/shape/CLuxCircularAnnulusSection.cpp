@@ -34,7 +34,7 @@ struct Named {
 // Infinite values would make a section with no extent that could never be saved and loaded.
 void CheckFinite(std::initializer_list<Named> arguments) {
     for (const Named& argument : arguments)
-        if (std::isinf(argument.value)) [[unlikely]]
+        if (!std::isfinite(argument.value)) [[unlikely]]
             throw ccStdError::BadArgument(argument.name, core::ids_Core_InvalidArg_1, {argument.name});
 }
 
