@@ -367,10 +367,13 @@ TEST_F(CircularArcTest, FittingKeepsTheAnglesAndDraggingKeepsTheStartAsGiven) {
     EXPECT_EQ(moved[4], -1);
     ASSERT_EQ(log->changes.size(), 1u);
     EXPECT_EQ(log->changes[0].stateId, luxState_MoreThanOneStateIDChanged);
+    EXPECT_EQ(log->stopped.size(), 1u);
+    log->stopped.clear();  // the log holds the arc, which holds the log's sink
 
     log->changes.clear();
-    ExpectFailed(arc->FitToBoundingBox(NewRectangle(0, 0, 0, 5).get()), E_INVALIDARG,
-                 "ccQvShapesError::InvalidRadius", "FitToBoundingBox");
+    ExpectRefused(arc->FitToBoundingBox(nullptr), E_INVALIDARG, ids_Lux_InvalidArgNull_1, {"BoundingRectangle"},
+                  "FitToBoundingBox");
+    ExpectFailed(arc->put_AngleSpan(0), E_INVALIDARG, "ccQvShapesError::InvalidAngleSpan", "put_AngleSpan");
     EXPECT_EQ(Params(arc.get()), moved);
     EXPECT_TRUE(log->changes.empty());
 }
