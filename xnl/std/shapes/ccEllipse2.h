@@ -51,6 +51,8 @@ public:
 
     // centre + R(rotation) diag(radiusX, radiusY): the unit circle onto this ellipse.
     cc2XformLinear UnitCircleTransform() const noexcept;
+    static cc2XformLinear UnitCircleTransformOf(const cc2Vect& center, double radiusX, double radiusY,
+                                                double rotation) noexcept;
     // From any non-singular linear transform T: the ellipse T makes of the unit circle.
     // The 2x2 matrix is decomposed by its singular values, M = R(a) diag(s1, s2) V with V
     // orthogonal; the ellipse is centre T(0,0), radiusX = s1 >= radiusY = s2, rotation a.

@@ -1,0 +1,212 @@
+#include "xnl/std/shapes/ccConicScan.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "xnl/std/base/ccSpanSink.h"
+#include "xnl/std/shapes/ccInsideRule.h"
+
+namespace {
+
+void TwoSum(double a, double b, double& sum, double& error) noexcept {
+    sum = a + b;
+    const double bv = sum - a;
+    const double av = sum - bv;
+    error = (a - av) + (b - bv);
+}
+
+void TwoProduct(double a, double b, double& product, double& error) noexcept {
+    product = a * b;
+    error = std::fma(a, b, -product);
+}
+
+constexpr double kEps = std::numeric_limits<double>::epsilon();
+
+}  // namespace
+
+void ccExactSum::Add(double value) noexcept {
+    if (value != 0 && count_ < kCapacity) terms_[count_++] = value;
+}
+
+void ccExactSum::AddProduct(double a, double b) noexcept {
+    double p, e;
+    TwoProduct(a, b, p, e);
+    Add(p);
+    Add(e);
+}
+
+void ccExactSum::AddProduct3(double a, double b1, double b0, double c1, double c0) noexcept {
+    const double bs[2] = {b1, b0};
+    const double cs[2] = {c1, c0};
+    for (double b : bs) {
+        for (double c : cs) {
+            double p, e;
+            TwoProduct(b, c, p, e);
+            AddProduct(a, p);
+            AddProduct(a, e);
+        }
+    }
+}
+
+int ccExactSum::Sign() const noexcept {
+    // Grow a non-overlapping expansion term by term (zero components dropped); its
+    // largest component carries the sign of the exact sum.
+    double expansion[kCapacity * 2 + 2];
+    int size = 0;
+    for (int i = 0; i < count_; ++i) {
+        double q = terms_[i];
+        int out = 0;
+        for (int j = 0; j < size; ++j) {
+            double sum, error;
+            TwoSum(q, expansion[j], sum, error);
+            q = sum;
+            if (error != 0) expansion[out++] = error;
+        }
+        if (q != 0) expansion[out++] = q;
+        size = out;
+    }
+    if (size == 0) return 0;
+    return expansion[size - 1] > 0 ? 1 : -1;
+}
+
+ccConicScan ccConicScan::Ellipse(const cc2Vect& center, double radiusX, double radiusY, double cosRotation,
+                                 double sinRotation) noexcept {
+    ccConicScan conic;
+    conic.center_ = center;
+    const double rx2 = radiusX * radiusX;
+    const double ry2 = radiusY * radiusY;
+    conic.a_ = cosRotation * cosRotation * ry2 + sinRotation * sinRotation * rx2;
+    conic.b_ = 2.0 * cosRotation * sinRotation * (ry2 - rx2);
+    conic.c_ = sinRotation * sinRotation * ry2 + cosRotation * cosRotation * rx2;
+    TwoProduct(rx2, ry2, conic.fHi_, conic.fLo_);
+    conic.halfWidth_ = std::hypot(radiusX * cosRotation, radiusY * sinRotation);
+    conic.halfHeight_ = std::hypot(radiusX * sinRotation, radiusY * cosRotation);
+    return conic;
+}
+
+ccConicScan ccConicScan::Circle(const cc2Vect& center, double radius) noexcept {
+    ccConicScan conic;
+    conic.center_ = center;
+    conic.a_ = 1.0;
+    conic.b_ = 0.0;
+    conic.c_ = 1.0;
+    TwoProduct(radius, radius, conic.fHi_, conic.fLo_);
+    conic.halfWidth_ = radius;
+    conic.halfHeight_ = radius;
+    return conic;
+}
+
+int ccConicScan::ExactSide(double x, double y) const noexcept {
+    double dx1, dx0, dy1, dy0;
+    TwoSum(x, -center_.X(), dx1, dx0);
+    TwoSum(y, -center_.Y(), dy1, dy0);
+    ccExactSum q;
+    q.AddProduct3(a_, dx1, dx0, dx1, dx0);
+    q.AddProduct3(b_, dx1, dx0, dy1, dy0);
+    q.AddProduct3(c_, dy1, dy0, dy1, dy0);
+    q.Add(-fHi_);
+    q.Add(-fLo_);
+    const int side = q.Sign();
+    if (side != 0) return -side;
+    // On the curve: Q(p + (e, e^2)) = gx e + (gy + A) e^2 + O(e^3), with
+    // gx = 2 A dx + B dy and gy = B dx + 2 C dy.
+    ccExactSum gx;
+    gx.AddProduct(2.0 * a_, dx1);
+    gx.AddProduct(2.0 * a_, dx0);
+    gx.AddProduct(b_, dy1);
+    gx.AddProduct(b_, dy0);
+    const int sx = gx.Sign();
+    if (sx != 0) return -sx;
+    ccExactSum gy;
+    gy.AddProduct(b_, dx1);
+    gy.AddProduct(b_, dx0);
+    gy.AddProduct(2.0 * c_, dy1);
+    gy.AddProduct(2.0 * c_, dy0);
+    gy.Add(a_);
+    return gy.Sign() < 0 ? 1 : -1;
+}
+
+bool ccConicScan::Within(double x, double y) const noexcept { return ExactSide(x, y) > 0; }
+
+ccPixelBox ccConicScan::Bounds() const noexcept {
+    // A little beyond the exact box, so that rounding of the box itself never drops a row.
+    const double mx = halfWidth_ * (1 + 8 * kEps) + 4 * kEps * std::fabs(center_.X());
+    const double my = halfHeight_ * (1 + 8 * kEps) + 4 * kEps * std::fabs(center_.Y());
+    const ccPixelBox box{ccInsideRule::FirstCentreAtOrAfter(center_.X() - mx),
+                         ccInsideRule::FirstCentreAtOrAfter(center_.Y() - my),
+                         ccInsideRule::FirstCentreAtOrAfter(center_.X() + mx) + 1,
+                         ccInsideRule::FirstCentreAtOrAfter(center_.Y() + my) + 1};
+    return box.Intersect(ccPixelBox::Everything());
+}
+
+int32_t ccConicScan::Settle(int32_t row, double x, double tol, bool left) const noexcept {
+    const double cy = ccInsideRule::Centre(row);
+    int32_t i = ccInsideRule::FirstCentreAtOrAfter(x - tol);
+    const int32_t last = ccInsideRule::FirstCentreAtOrAfter(x + tol);
+    // Centres in [i, last) are undecided; a left limit: the first inside one begins the
+    // span, a right limit: the first outside one ends it.
+    for (; i < last; ++i) {
+        const bool inside = ExactSide(ccInsideRule::Centre(i), cy) > 0;
+        if (inside == left) return i;
+    }
+    return last;
+}
+
+void ccConicScan::RowSpan(int32_t row, int32_t& first, int32_t& end) const noexcept {
+    const double dy = ccInsideRule::Centre(row) - center_.Y();
+    // A dx^2 + (B dy) dx + (C dy^2 - F) = 0.
+    const double p = b_ * dy;
+    const double constant = c_ * dy * dy - fHi_;
+    const double disc = p * p - 4.0 * a_ * constant;
+    // Bound of the rounding error of disc, and from it of the limits (|sqrt(u) - sqrt(v)|
+    // <= sqrt(|u - v|) holds even where disc is near 0).
+    const double discError = 16 * kEps * (p * p + 4.0 * a_ * (std::fabs(c_ * dy * dy) + fHi_)) + 4.0 * a_ * std::fabs(fLo_);
+    const double twoA = 2.0 * a_;
+    if (disc + discError < 0) {
+        first = end = 0;
+        return;
+    }
+    const double root = disc > 0 ? std::sqrt(disc) : 0.0;
+    const double mid = center_.X() - p / twoA;
+    const double half = root / twoA;
+    const double tol = (std::sqrt(discError) + 8 * kEps * (root + std::fabs(p))) / twoA +
+                       8 * kEps * (std::fabs(center_.X()) + std::fabs(mid) + half) + 1e-300;
+    const double xl = mid - half;
+    const double xr = mid + half;
+    if (xr - xl <= 2 * tol) {
+        // The two limits' uncertain zones overlap: decide every centre there.
+        const double cy = ccInsideRule::Centre(row);
+        int32_t i = ccInsideRule::FirstCentreAtOrAfter(xl - tol);
+        const int32_t last = ccInsideRule::FirstCentreAtOrAfter(xr + tol);
+        first = end = 0;
+        for (; i < last; ++i) {
+            if (ExactSide(ccInsideRule::Centre(i), cy) > 0) {
+                first = i;
+                end = i + 1;
+                for (++i; i < last && ExactSide(ccInsideRule::Centre(i), cy) > 0; ++i) end = i + 1;
+                return;
+            }
+        }
+        return;
+    }
+    first = ccInsideRule::FirstCentreAtOrAfter(xl);
+    end = ccInsideRule::FirstCentreAtOrAfter(xr);
+    // Only when a centre lies within the bound of a limit can rounding have decided it.
+    if (ccInsideRule::Centre(first) - xl <= tol || xl - ccInsideRule::Centre(first - 1) <= tol)
+        first = Settle(row, xl, tol, true);
+    if (ccInsideRule::Centre(end) - xr <= tol || xr - ccInsideRule::Centre(end - 1) <= tol)
+        end = Settle(row, xr, tol, false);
+}
+
+void ccConicScan::ScanConvert(ccSpanSink& sink, const ccPixelBox& clip) const {
+    const ccPixelBox box = clip.Intersect(Bounds());
+    if (box.IsEmpty()) return;
+    for (int32_t row = box.y0; row < box.y1; ++row) {
+        int32_t first, end;
+        RowSpan(row, first, end);
+        first = std::max(first, box.x0);
+        end = std::min(end, box.x1);
+        if (first < end) sink.blitH(first, row, end - first);
+    }
+}
