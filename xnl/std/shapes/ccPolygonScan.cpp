@@ -75,47 +75,45 @@ void ccPolygonScan::Scan(const cc2Vect* vertices, size_t count, bool winding, cc
     std::sort(edges.begin(), edges.end(),
               [](const ActiveEdge& l, const ActiveEdge& r) { return l.firstRow < r.firstRow; });
 
-    std::vector<const ActiveEdge*> active;
-    active.reserve(edges.size());
-    std::vector<Crossing> crossings;
-    crossings.reserve(edges.size());
+    std::vector<const ActiveEdge*> active(edges.size());
+    std::vector<Crossing> crossingStore(edges.size());
+    Crossing* const crossings = crossingStore.data();
     SpanEmitter emitter(sink, box.x0, box.x1);
 
     size_t next = 0;
+    size_t activeCount = 0;
     int32_t row = edges.front().firstRow;
-    while (next < edges.size() || !active.empty()) {
-        if (active.empty() && edges[next].firstRow > row) row = edges[next].firstRow;
-        while (next < edges.size() && edges[next].firstRow == row) active.push_back(&edges[next++]);
-        // Crossings, in the order of the previous row, sorted by insertion.
-        crossings.clear();
-        size_t kept = 0;
-        for (const ActiveEdge* edge : active) {
+    while (next < edges.size() || activeCount > 0) {
+        if (activeCount == 0 && edges[next].firstRow > row) row = edges[next].firstRow;
+        while (next < edges.size() && edges[next].firstRow == row) active[activeCount++] = &edges[next++];
+        // Crossings, in the order of the previous row, sorted by insertion; the active list
+        // takes this row's order, so that the next row's sort has little to move.
+        size_t count = 0;
+        for (size_t k = 0; k < activeCount; ++k) {
+            const ActiveEdge* edge = active[k];
             if (edge->endRow <= row) continue;
-            active[kept++] = edge;
             const Crossing crossing{edge->edge.FirstCentreAtOrRight(row), edge->direction, edge};
-            size_t at = crossings.size();
-            crossings.push_back(crossing);
+            size_t at = count++;
             while (at > 0 && crossings[at - 1].column > crossing.column) {
                 crossings[at] = crossings[at - 1];
                 --at;
             }
             crossings[at] = crossing;
         }
-        active.resize(kept);
-        // The active list takes this row's order, so that the next row's insertion sort
-        // has little to move.
-        for (size_t k = 0; k < crossings.size(); ++k) active[k] = crossings[k].edge;
-        if (crossings.empty()) {
+        activeCount = count;
+        for (size_t k = 0; k < count; ++k) active[k] = crossings[k].edge;
+        if (count == 0) {
             ++row;
             continue;
         }
         if (!winding) {
-            for (size_t k = 0; k + 1 < crossings.size(); k += 2)
+            for (size_t k = 0; k + 1 < count; k += 2)
                 emitter.Add(crossings[k].column, crossings[k + 1].column, row);
         } else {
             int32_t sum = 0;
             int32_t begin = 0;
-            for (const Crossing& crossing : crossings) {
+            for (size_t k = 0; k < count; ++k) {
+                const Crossing& crossing = crossings[k];
                 const int32_t before = sum;
                 sum += crossing.direction;
                 if (before == 0 && sum != 0) begin = crossing.column;
