@@ -119,3 +119,11 @@ def test_fill_modes_measures_and_persistence():
         assert vertices(loaded) == vertices(shape)
         assert loaded.FillMode == constants.luxPolygonFillWindingNumber
         assert loaded.VertexAdornmentColor[4] == constants.luxPolygonVertexColorRed
+
+
+def test_handles_and_the_older_polygon_are_not_creatable():
+    for prog_id in ("Tessaly.LuxPolygonVertexHandle", "Tessaly.LuxPolygonDeprecated"):
+        with pytest.raises(tessaly.ComError) as refused:
+            tessaly.CreateObject(prog_id)
+        assert refused.value.hresult == hresult(0x80040154)
+    assert hasattr(constants, "luxPolygonDeprecatedDOFVertexPositions")
