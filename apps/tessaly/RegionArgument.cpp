@@ -220,6 +220,7 @@ ComPtr<ILuxShape> RegionArgument::MakeShape(const std::string& space) const {
         }
         case Kind::Polygon: {
             const auto polygon = Create<ILuxPolygon>(info, IID_ILuxPolygon);
+            core::ThrowIfFailed(polygon->put_NumVertices(0));  // a new polygon comes with vertices of its own
             for (size_t i = 0; i + 1 < v.size(); i += 2) core::ThrowIfFailed(polygon->AddVertex(v[i], v[i + 1], -1));
             shape = ComPtr<ILuxShape>(polygon.get());
             break;

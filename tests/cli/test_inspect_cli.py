@@ -2,6 +2,7 @@
 made here byte by byte, the overlay PNG read back pixel by pixel, spaces, and every kind of
 malformed --region with its message and exit status 2."""
 
+import math
 import os
 import struct
 import subprocess
@@ -157,6 +158,77 @@ class InspectCommandTest(unittest.TestCase):
                 grey = 4 * x + y
                 self.assertEqual(rows[y][x], cyan if edge else (grey, grey, grey), (x, y))
 
+    def measured(self, region, inside):
+        """Runs inspect on the ramp and checks area, mean and range against the pixels whose
+        centres `inside(x, y)` accepts."""
+        result = run("inspect", self.ramp(), "--region", region)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        values, _ = table(result.stdout)
+        pixels = [4 * x + y for y in range(30) for x in range(40) if inside(x + 0.5, y + 0.5)]
+        self.assertGreater(len(pixels), 10, region)
+        self.assertEqual(values["area"], f"{len(pixels)} pixels", region)
+        self.assertEqual(values["mean"], f"{sum(pixels) / len(pixels):.2f}", region)
+        self.assertEqual(values["min, max"], f"{min(pixels)}, {max(pixels)}", region)
+        return result.stdout
+
+    def test_circles_ellipses_annulus_sections_and_polygons_by_pixel_centres(self):
+        out = self.measured("circle:20.3,15.2,6.1", lambda x, y: math.hypot(x - 20.3, y - 15.2) < 6.1)
+        self.assertIn("circle: centre (20.3, 15.2), radius 6.1, in space '#'", out)
+
+        def ellipse(cx, cy, rx, ry, degrees):
+            c, s = math.cos(math.radians(degrees)), math.sin(math.radians(degrees))
+            return lambda x, y: (((x - cx) * c + (y - cy) * s) / rx) ** 2 + ((-(x - cx) * s + (y - cy) * c) / ry) ** 2 < 1
+        out = self.measured("ellipse:19.7,14.1,11.3,4.2,30", ellipse(19.7, 14.1, 11.3, 4.2, 30))
+        self.assertIn("ellipse: centre (19.7, 14.1), radii 11.3 x 4.2, rotation 30 deg", out)
+        # A circle typed as an ellipse is the same region.
+        statistics = lambda region: {k: v for k, v in table(run("inspect", self.ramp(), "--region", region).stdout)[0].items()
+                                     if k != "region"}
+        self.assertEqual(statistics("ellipse:20.3,15.2,6.1,6.1,70"), statistics("circle:20.3,15.2,6.1"))
+
+        def section(cx, cy, radius, start, span, scale):
+            low, high = sorted((radius, radius * scale))
+            def inside(x, y):
+                turn = (math.degrees(math.atan2(y - cy, x - cx)) - start) * (1 if span > 0 else -1) % 360
+                return low < math.hypot(x - cx, y - cy) < high and turn < abs(span)
+            return inside
+        # y points down: from 10 degrees clockwise through 100; and the same band the other way.
+        out = self.measured("annulus:20.3,15.2,5.1,10,100,1.9", section(20.3, 15.2, 5.1, 10, 100, 1.9))
+        self.assertIn("annulus section: centre (20.3, 15.2), radius 5.1, start 10 deg, span 100 deg, radial scale 1.9",
+                      out)
+        self.measured("annulus:20.3,15.2,9.69,110,-100,0.5263157894736842",
+                      section(20.3, 15.2, 9.69, 110, -100, 0.5263157894736842))
+
+        def polygon(*xy):
+            points = list(zip(xy[0::2], xy[1::2]))
+            def inside(x, y):
+                crossings = 0
+                for (x1, y1), (x2, y2) in zip(points, points[1:] + points[:1]):
+                    if (y1 > y) != (y2 > y) and x < x1 + (y - y1) * (x2 - x1) / (y2 - y1):
+                        crossings += 1
+                return crossings % 2 == 1
+            return inside
+        out = self.measured("polygon:5.2,5.1,33.7,8.3,12.4,25.6", polygon(5.2, 5.1, 33.7, 8.3, 12.4, 25.6))
+        self.assertIn("polygon: 3 vertices (5.2, 5.1) (33.7, 8.3) (12.4, 25.6)", out)
+        self.measured("polygon:2.1,2.2,20.3,2.4,20.1,20.2,11.3,9.1,2.2,20.4",
+                      polygon(2.1, 2.2, 20.3, 2.4, 20.1, 20.2, 11.3, 9.1, 2.2, 20.4))
+
+    def test_overlay_draws_a_circles_outline(self):
+        image = self.ramp()
+        overlay = self.path("circle.png")
+        result = run("inspect", image, "--region", "circle:20,15,8", "--overlay", overlay)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        with open(overlay, "rb") as f:
+            width, height, rows = read_rgb_png(f.read())
+        self.assertEqual((width, height), (40, 30))
+        outline = [(x, y) for y in range(30) for x in range(40) if rows[y][x] == (0, 255, 255)]
+        for x, y in outline:
+            self.assertLess(abs(math.hypot(x + 0.5 - 20, y + 0.5 - 15) - 8), 1.5, (x, y))
+        self.assertGreater(len(outline), 2 * math.pi * 8 * 0.7)
+        for y in range(30):
+            for x in range(40):
+                if rows[y][x] != (0, 255, 255):
+                    self.assertEqual(rows[y][x], (4 * x + y,) * 3, (x, y))
+
     def test_spaces(self):
         image = self.ramp()
         pixels = run("inspect", image, "--region", "rect:3,3,5,5")
@@ -187,8 +259,27 @@ class InspectCommandTest(unittest.TestCase):
             "rect:1,2,0,4": "--region: field W of rect: '0' must be greater than 0",
             "affine:1,2,3,-4,0,0": "--region: field LY of affine: '-4' must be greater than 0",
             "affine:1,2,3,4,0,90": "--region: field SKEW of affine: '90' makes the sides parallel",
-            "circle:1,2,3": "--region: unknown region kind 'circle' (affine or rect)",
-            "": "--region: unknown region kind '' (affine or rect)",
+            "square:1,2,3": "--region: unknown region kind 'square' "
+                            "(affine, rect, circle, ellipse, annulus, polygon)",
+            "": "--region: unknown region kind '' (affine, rect, circle, ellipse, annulus, polygon)",
+            "circle:1,2": "--region: circle takes 3 fields CX,CY,R, not 2",
+            "circle:1,2,0": "--region: field R of circle: '0' must be greater than 0",
+            "circle:1,2,-3": "--region: field R of circle: '-3' must be greater than 0",
+            "circle:1,y,3": "--region: field CY of circle: 'y' is not a number",
+            "ellipse:1,2,3,4": "--region: ellipse takes 5 fields CX,CY,RX,RY,ROT, not 4",
+            "ellipse:1,2,3,0,5": "--region: field RY of ellipse: '0' must be greater than 0",
+            "ellipse:1,2,3,4,inf": "--region: field ROT of ellipse: 'inf' is not a number",
+            "annulus:1,2,3,4,5": "--region: annulus takes 6 fields CX,CY,R,START,SPAN,SCALE, not 5",
+            "annulus:1,2,0,0,90,2": "--region: field R of annulus: '0' must be greater than 0",
+            "annulus:1,2,3,0,0,2": "--region: field SPAN of annulus: '0' must not be 0",
+            "annulus:1,2,3,0,-0,2": "--region: field SPAN of annulus: '-0' must not be 0",
+            "annulus:1,2,3,0,90,1": "--region: field SCALE of annulus: '1' must be greater than 0 and not 1",
+            "annulus:1,2,3,0,90,0": "--region: field SCALE of annulus: '0' must be greater than 0 and not 1",
+            "annulus:1,2,3,0,90,-2": "--region: field SCALE of annulus: '-2' must be greater than 0 and not 1",
+            "polygon:1,2,3,4": "--region: polygon takes at least 3 vertices X1,Y1,X2,Y2,X3,Y3, not 2",
+            "polygon": "--region: polygon takes at least 3 vertices X1,Y1,X2,Y2,X3,Y3, not 0",
+            "polygon:1,2,3,4,5": "--region: polygon takes X,Y pairs X1,Y1,X2,Y2,...: 5 fields leave Y3 missing",
+            "polygon:1,2,3,4,5,6,7,q": "--region: field Y4 of polygon: 'q' is not a number",
         }
         for region, message in cases.items():
             result = run("inspect", image, "--region", region, "--overlay", overlay)
@@ -200,6 +291,10 @@ class InspectCommandTest(unittest.TestCase):
         # Accepted at their edges: a skew just short of parallel, negative coordinates, =.
         self.assertEqual(run("inspect", image, "--region", "affine:5,5,3,3,-30,89.9").returncode, 0)
         self.assertEqual(run("inspect", image, "--region=rect:-1,-1,3,3").returncode, 0)
+        # Spans beyond a turn, negative spans, scales below 1 and a polygon of 3 vertices.
+        for region in ("annulus:5,5,3,0,720,0.5", "annulus:5,5,3,0,-45,1.001", "polygon:0,0,5,0,0,5",
+                       "circle:-3,-3,1e-9", "ellipse:5,5,1,2,-720"):
+            self.assertEqual(run("inspect", image, "--region", region).returncode, 0, region)
 
     def test_other_usage_errors_and_help(self):
         image = self.ramp()
