@@ -7,13 +7,14 @@
 // shape mapped into its pixels ("#"), as RegionMaskInImage does for masks. A region draws
 // its outline: the pixels of its mask that touch the outside, thickened inwards to
 // LineWidthInScreenPixels, in Color (0x00BBGGRR: red into plane 0, green into plane 1, blue
-// into plane 2). Every line style is drawn solid. Nothing is drawn when Visible is false
+// into plane 2). An open contour (an arc) draws the pixels its line passes through, as a
+// square of LineWidthInScreenPixels about each. Every line style is drawn solid. Nothing is drawn when Visible is false
 // or Color is luxColorNone (-1), and a shape that lies outside the image draws nothing.
 //
 // Failures are thrown, for the caller's method guard to turn into HRESULTs: a null shape
 // or render context and a render context that is not a LuxImage24PlanarColor (or has no
-// pixels) E_INVALIDARG naming "RenderContext"; a shape that is not a region (open
-// contours are not drawn yet) e_Lux_NotImplemented; a space the tree cannot resolve, or a
+// pixels) E_INVALIDARG naming "RenderContext"; a shape that is neither a region nor an
+// open contour e_Lux_NotImplemented; a space the tree cannot resolve, or a
 // shape that cannot be mapped, the failure of the call that refused.
 #pragma once
 

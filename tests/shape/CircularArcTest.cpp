@@ -378,6 +378,40 @@ TEST_F(CircularArcTest, FittingKeepsTheAnglesAndDraggingKeepsTheStartAsGiven) {
     EXPECT_TRUE(log->changes.empty());
 }
 
+TEST_F(CircularArcTest, DrawPaintsThePixelsTheArcPassesThroughWithTheLineWidth) {
+    auto picture = Make<ILuxImage24PlanarColor>("Tessaly.LuxImage24PlanarColor");
+    ASSERT_EQ(As<ILuxImage>(picture.get())->Allocate(41, 41), S_OK);
+    auto arc = NewArc({20.5, 20.5, 10, 0, kPi});  // the lower half, through pixel centres
+    auto g = As<ILuxGraphic>(arc.get());
+    ASSERT_EQ(g->put_Color(0x0000FF), S_OK);
+    const auto red = [&](LONG x, LONG y) {
+        std::array<LONG, 3> planes{};
+        EXPECT_EQ(picture->GetPixel(x, y, &planes[0], &planes[1], &planes[2]), S_OK);
+        EXPECT_TRUE(planes == (std::array<LONG, 3>{255, 0, 0}) || planes == (std::array<LONG, 3>{0, 0, 0}));
+        return planes[0] == 255;
+    };
+    ASSERT_EQ(g->Draw(As<IDispatch>(picture.get()).get()), S_OK);
+    EXPECT_TRUE(red(30, 20));  // start
+    EXPECT_TRUE(red(20, 30));  // midpoint
+    EXPECT_TRUE(red(10, 20));  // end
+    EXPECT_FALSE(red(20, 20));  // the centre
+    EXPECT_FALSE(red(20, 29));
+    int above = 0, painted = 0;
+    for (LONG y = 0; y < 41; ++y)
+        for (LONG x = 0; x < 41; ++x)
+            if (red(x, y)) (y < 20 ? above : painted) += 1;
+    EXPECT_EQ(above, 0);  // the upper half is not part of the arc
+    // One pixel wide: about one pixel a unit of length, at most two.
+    EXPECT_GE(painted, 10 * kPi);
+    EXPECT_LE(painted, 2 * 10 * kPi);
+
+    ASSERT_EQ(g->put_LineWidthInScreenPixels(3), S_OK);
+    ASSERT_EQ(g->Draw(As<IDispatch>(picture.get()).get()), S_OK);
+    EXPECT_TRUE(red(20, 31));
+    EXPECT_TRUE(red(20, 29));
+    EXPECT_FALSE(red(20, 32));
+}
+
 TEST_F(CircularArcTest, PersistenceRoundTripsInBothFormatsWithTheKeysInOrder) {
     auto arc = NewArc({-3.25, 1e-7, 0.125, 11.5, -4 * kPi});
     ASSERT_EQ(arc->put_StartPointAdornment(luxCircularArcAdornmentSolidSquare), S_OK);
