@@ -319,6 +319,23 @@ HRESULT CLuxPolygon::Modify(const char* method, Edit&& edit) {
 HRESULT CLuxPolygon::Announce(const Announcement& a) {
     if (a.stateId == luxState_Undefined) return S_OK;
     const HRESULT raised = RaiseChange(a.stateId, a.value, a.areas);
+    if (a.vertexEvent >= 0) FireVertexEvent(a);
+    return raised;
+}
+
+bool CLuxPolygon::ChangeEventsSuspended() {
+    LONG suspended = 0;
+    return SUCCEEDED(get_EventDeliverySuspended(&suspended)) && suspended != 0;
+}
+
+void CLuxPolygon::FireVertexEvent(const Announcement& a) {
+    // While Change waits for ResumeAndFireEvent, so do the vertex events: they are folded
+    // into one BulkChanged that follows the resumed Change.
+    if (ChangeEventsSuspended()) {
+        core::ObjectLock::Guard guard(Lock());
+        bulkPending_ = true;
+        return;
+    }
     switch (a.vertexEvent) {
         case luxPolygonEvents_VertexChanged:
             FireEvent(DIID_ILuxPolygonEvents, a.vertexEvent, a.index, a.x, a.y);
@@ -335,7 +352,21 @@ HRESULT CLuxPolygon::Announce(const Announcement& a) {
         default:
             break;
     }
-    return raised;
+}
+
+HRESULT CLuxPolygon::ResumeAndFireEvent() {
+    const HRESULT hr = Base::ResumeAndFireEvent();
+    if (FAILED(hr) || ChangeEventsSuspended()) return hr;
+    Announcement bulk;
+    {
+        core::ObjectLock::Guard guard(Lock());
+        if (!bulkPending_) return hr;
+        bulkPending_ = false;
+        bulk.count = static_cast<int32_t>(poly_->NumVertices());
+    }
+    bulk.vertexEvent = luxPolygonEvents_BulkChanged;
+    FireVertexEvent(bulk);
+    return hr;
 }
 
 template <class Call>
@@ -347,13 +378,14 @@ HRESULT CLuxPolygon::WithBulkEvent(Call&& call) {
     }
     const HRESULT hr = call();
     if (FAILED(hr)) return hr;
-    int32_t count;
+    Announcement bulk;
     {
         core::ObjectLock::Guard guard(Lock());
         if (vertexRevision_ == before) return hr;
-        count = static_cast<int32_t>(poly_->NumVertices());
+        bulk.count = static_cast<int32_t>(poly_->NumVertices());
     }
-    FireEvent(DIID_ILuxPolygonEvents, luxPolygonEvents_BulkChanged, count);
+    bulk.vertexEvent = luxPolygonEvents_BulkChanged;
+    FireVertexEvent(bulk);
     return hr;
 }
 

@@ -61,6 +61,9 @@
 // luxFA_Shape_Geometry), no vertex event. VertexAdornment, VertexAdornmentColor,
 // HighlightColor, HighlightIndex and the request count are graphic settings:
 // Change(their state ID, the value, luxFA_Shape_Graphic). A load raises Change only.
+// While change events are suspended no vertex event is fired either; ResumeAndFireEvent
+// (once the count is back at 0) fires the merged Change and then one BulkChanged when any
+// vertex event was held back.
 //
 // Copy flags: the adornment, the per-vertex colours and the highlight colour and index are
 // graphic settings, copied with luxCopyShapeBasicGraphics (Copy, CopyBase, Map, MapLinear,
@@ -116,6 +119,9 @@ public:
     HRESULT FitToBoundingBox(ILuxRectangle* BoundingRectangle) override;
     HRESULT DragStop(double StartX, double StartY, double EndX, double EndY, VARIANT_BOOL PrimaryGraphic,
                      VARIANT MapInfo) override;
+    // ILuxChangeEventConfiguration: the vertex events held back while suspended follow the
+    // resumed Change as one BulkChanged.
+    HRESULT ResumeAndFireEvent() override;
 
     // ILuxPolygon
     HRESULT MakeShapeModel(double Weight, LONG Polarity, VARIANT_BOOL CopyShape, IDispatch** ShapeModel) override;
@@ -195,6 +201,10 @@ private:
     // Moves one vertex: the coordinates given (null: kept).
     HRESULT MoveVertex(const char* method, LONG Index, const double* X, const double* Y);
     HRESULT Announce(const Announcement& announcement);
+    // The vertex event of an announcement, or a note for ResumeAndFireEvent while change
+    // events are suspended. No lock held.
+    void FireVertexEvent(const Announcement& announcement);
+    bool ChangeEventsSuspended();
     // Reads under the lock.
     template <class Reader>
     HRESULT Read(const char* method, Reader&& read) const;
@@ -216,6 +226,8 @@ private:
     int32_t highlightRequested_ = 0;
     // Counts the changes of the vertex list, so that the shape layer's moves can be told.
     uint64_t vertexRevision_ = 0;
+    // A vertex event was held back while change events were suspended.
+    bool bulkPending_ = false;
 };
 
 }  // namespace tessaly::shape

@@ -349,6 +349,30 @@ TEST_F(PolygonTest, MovingAVertexRaisesItsStateIdThenVertexChanged) {
     EXPECT_EQ(VerticesOf(polygon.get()), (Vertices{{0, 7}, {120, 0}, {100, 130}, {-5, -6}}));
 }
 
+TEST_F(PolygonTest, SuspendedChangeEventsHoldBackTheVertexEventsUntilOneBulkChanged) {
+    auto polygon = NewPolygon();
+    auto log = ListenAll(polygon.get());
+    auto configuration = As<ILuxChangeEventConfiguration>(polygon.get());
+    ASSERT_EQ(configuration->SuspendEventDelivery(), S_OK);
+    ASSERT_EQ(configuration->SuspendEventDelivery(), S_OK);
+    ASSERT_EQ(polygon->SetVertex(0, 1, 1), S_OK);
+    ASSERT_EQ(polygon->AddVertex(5, 5, -1), S_OK);
+    ASSERT_EQ(configuration->ResumeAndFireEvent(), S_OK);  // still suspended once
+    EXPECT_TRUE(log->empty());
+    ASSERT_EQ(configuration->ResumeAndFireEvent(), S_OK);
+    ASSERT_EQ(log->size(), 2u);
+    EXPECT_EQ((*log)[0].kind, kChange);
+    EXPECT_EQ((*log)[1].kind, luxPolygonEvents_BulkChanged);
+    EXPECT_EQ((*log)[1].args, std::vector<double>{5});
+    // A suspension with only graphic changes brings no BulkChanged.
+    log->clear();
+    ASSERT_EQ(configuration->SuspendEventDelivery(), S_OK);
+    ASSERT_EQ(polygon->put_HighlightIndex(2), S_OK);
+    ASSERT_EQ(configuration->ResumeAndFireEvent(), S_OK);
+    ASSERT_EQ(log->size(), 1u);
+    EXPECT_EQ((*log)[0].kind, kChange);
+}
+
 TEST_F(PolygonTest, WritingNumVerticesTruncatesOrExtendsWithCopiesOfTheLastVertex) {
     auto polygon = NewPolygon({{1, 2}, {3, 4}, {5, 6}});
     ASSERT_EQ(polygon->put_VertexAdornmentColor(0, luxPolygonVertexColorNone), S_OK);
