@@ -264,6 +264,25 @@ TEST_F(CircleTest, FitToBoundingBoxAndFitToImageTakeTheLargestCircleInTheBox) {
     EXPECT_TRUE(log->changes.empty());
 }
 
+TEST_F(CircleTest, DragStopMovesTheCircleOnlyWhenItsPositionIsFree) {
+    auto circle = NewCircle(1, 2, 3);
+    auto log = Listen(circle.get());
+    auto graphic = As<ILuxGraphicInteractive>(circle.get());
+    ASSERT_EQ(graphic->DragStop(0, 0, 4, -1, VARIANT_TRUE, VARIANT{}), S_OK);
+    EXPECT_EQ(Params(circle.get()), (CircleParams{5, 1, 3}));
+    ASSERT_EQ(log->changes.size(), 1u);
+    EXPECT_EQ(log->changes[0].stateId, luxState_MoreThanOneStateIDChanged);
+    EXPECT_EQ(log->changes[0].areas, luxFA_Shape_Geometry);
+    ASSERT_EQ(log->stopped.size(), 1u);
+    ASSERT_EQ(circle->put_GraphicDOFEnable(luxCircleDOFRadius), S_OK);
+    log->changes.clear();
+    ASSERT_EQ(graphic->DragStop(0, 0, 4, -1, VARIANT_TRUE, VARIANT{}), S_OK);
+    EXPECT_EQ(Params(circle.get()), (CircleParams{5, 1, 3}));
+    EXPECT_TRUE(log->changes.empty());
+    EXPECT_EQ(log->stopped.size(), 2u);
+    log->stopped.clear();  // the circle itself: held here, it would outlive the test
+}
+
 TEST_F(CircleTest, MakeShapeModelIsNotAvailable) {
     auto circle = NewCircle();
     auto log = Listen(circle.get());

@@ -390,6 +390,21 @@ TEST_F(EllipseTest, FitToBoundingBoxAndFitToImageInscribeTheEllipse) {
     auto image = NewImage(640, 480);
     ASSERT_EQ(ellipse->FitToImage(As<ILuxImage>(image.get()).get(), 0.5, 0.25), S_OK);
     EXPECT_EQ(Params(ellipse.get()), (EllipseParams{320, 240, 160, 60, 0}));
+    // In a space turned by 30 degrees and scaled by 2 about pixel (100, 50): the ellipse
+    // inscribed in the image's frame seen from there, turned the other way.
+    ComPtr<ILuxCoordinateSpaceTree> tree;
+    ASSERT_EQ(As<ILuxImage>(image.get())->get_CoordinateSpaceTree(tree.Out()), S_OK);
+    const double a = kPi / 6;
+    ASSERT_EQ(AddSpace(tree.get(), "Turned", Linear(2 * std::cos(a), -2 * std::sin(a), 2 * std::sin(a), 2 * std::cos(a),
+                                                    100, 50).get()),
+              S_OK);
+    ASSERT_EQ(ellipse->put_SelectedSpaceName(Bstr("Turned").get()), S_OK);
+    ASSERT_EQ(ellipse->FitToImage(As<ILuxImage>(image.get()).get(), 1, 0.5), S_OK);
+    const EllipseParams p = Params(ellipse.get());
+    const double dx = 220, dy = 190;
+    const EllipseParams want{(std::cos(a) * dx + std::sin(a) * dy) / 2, (-std::sin(a) * dx + std::cos(a) * dy) / 2,
+                             160, 60, -a};
+    for (int i = 0; i < 5; ++i) EXPECT_NEAR(p[i], want[i], 1e-9) << i;
 }
 
 TEST_F(EllipseTest, MakeShapeModelIsNotAvailable) {
