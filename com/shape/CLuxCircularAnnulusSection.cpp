@@ -107,10 +107,14 @@ ccShapePtrh_const CLuxCircularAnnulusSection::CoreShape() const {
 }
 
 int32_t CLuxCircularAnnulusSection::SetFromCoreShape(const ccShape& shape) {
-    const Params next = ParamsOf(shape);
+    Params next = ParamsOf(shape);
     const ccShapePtrh core = NewCore(next);
     double announced = 0;
     core::ObjectLock::Guard guard(Lock());
+    // The core holds the start angle normalised; a start that only differs by whole turns
+    // stays as it was given (a drag moves the section, it does not rewrite its angles).
+    if (cc2XformLinear::NormalizeAngle(params_.angleStart) == cc2XformLinear::NormalizeAngle(next.angleStart))
+        next.angleStart = params_.angleStart;
     return StoreLocked(next, core, announced);
 }
 

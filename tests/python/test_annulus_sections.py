@@ -91,7 +91,7 @@ def test_events_one_per_call():
         section.ArcDirectionAdornment = constants.luxEllipticalAnnulusSectionDirectionAdornmentArrow
     assert sink.changes == [
         (constants.luxEllipticalAnnulusSection_Rotation, -math.pi, geometry),
-        (constants.luxState_MoreThanOneStateIDChanged, 0.0, geometry),
+        (constants.luxState_MoreThanOneStateIDChanged, None, geometry),
         (constants.luxEllipticalAnnulusSection_ArcDirectionAdornment, 1, constants.luxFA_Shape_Graphic),
     ]
 

@@ -358,7 +358,7 @@ TEST_F(CircularAnnulusSectionTest, CreateRLEHoldsExactlyThePixelsWhoseCentresAre
         {20.3, 17.8, 6.4, 0.3, 3 * kPi / 2, 1.9},  // three quarters
         {20.3, 17.8, 12.1, 2.5, -kPi / 2, 0.5},    // negative span, start arc outside
         {-4.25, 9.5, 3.3, 1, 4 * kPi, 2.5},        // a span beyond 2 pi: the whole ring
-        {7.5, 7.5, 5, -kPi / 4, -7.5, 1.4},        // a negative span beyond 2 pi
+        {7.3, 7.6, 5, -kPi / 4, -7.5, 1.4},        // a negative span beyond 2 pi
         {0.1, 0.2, 30, 0.01, 0.02, 0.9},           // a thin sliver
     };
     for (const CircularParams& p : shapes) {
@@ -369,6 +369,7 @@ TEST_F(CircularAnnulusSectionTest, CreateRLEHoldsExactlyThePixelsWhoseCentresAre
         const PixelSet expected = CentresInsideSection({p[0], p[1], p[2], p[2], 0, p[3], p[4], p[5]}, unsure);
         const PixelSet got = MaskOf(section.get());
         EXPECT_FALSE(expected.empty());
+        EXPECT_LT(unsure.size() * 20, expected.size());  // the comparison decides nearly every pixel
         int differing = 0;
         for (const auto& pixel : expected)
             if (!got.count(pixel) && !unsure.count(pixel)) ++differing;

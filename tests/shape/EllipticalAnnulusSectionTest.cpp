@@ -250,6 +250,7 @@ TEST_F(EllipticalAnnulusSectionTest, CreateRLEHoldsExactlyThePixelsWhoseCentresA
         const PixelSet expected = CentresInsideSection({p[0], p[1], p[2], p[3], p[4], p[5], p[6], p[7]}, unsure);
         const PixelSet got = MaskOf(section.get());
         EXPECT_FALSE(expected.empty());
+        EXPECT_LT(unsure.size() * 20, expected.size());  // the comparison decides nearly every pixel
         int differing = 0;
         for (const auto& pixel : expected)
             if (!got.count(pixel) && !unsure.count(pixel)) ++differing;
