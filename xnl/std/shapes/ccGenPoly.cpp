@@ -48,6 +48,40 @@ bool Straight(const cc2Vect& a, const cc2Vect& b, const cc2Vect& c) noexcept {
     return ccInsideRule::Orientation(a, b, c) == 0 && (b - a).Dot(c - b) > 0;
 }
 
+// The points that may be corners of the hull: every point except those strictly inside
+// the polygon of the extreme points (least x, least y, greatest x, greatest y), which no
+// hull corner can be. Decided by the exact orientation test, so the hull is the same; the
+// sort that follows has fewer points to order.
+std::vector<cc2Vect> HullCandidates(const std::vector<cc2Vect>& vertices) {
+    if (vertices.size() < 8) return vertices;
+    cc2Vect extremes[4] = {vertices[0], vertices[0], vertices[0], vertices[0]};  // left, low y, right, high y
+    for (const cc2Vect& v : vertices) {
+        if (v.X() < extremes[0].X()) extremes[0] = v;
+        if (v.Y() < extremes[1].Y()) extremes[1] = v;
+        if (v.X() > extremes[2].X()) extremes[2] = v;
+        if (v.Y() > extremes[3].Y()) extremes[3] = v;
+    }
+    cc2Vect ring[4];
+    int count = 0;
+    for (const cc2Vect& e : extremes)
+        if (count == 0 || !(ring[count - 1] == e)) ring[count++] = e;
+    if (count > 1 && ring[count - 1] == ring[0]) --count;
+    if (count < 3) return vertices;
+    for (const cc2Vect& e : ring)
+        if (!Finite(e)) return vertices;
+    // Left, low, right, high turn the positive way; a point strictly left of every side is
+    // strictly inside.
+    std::vector<cc2Vect> candidates;
+    candidates.reserve(vertices.size());
+    for (const cc2Vect& v : vertices) {
+        bool inside = true;
+        for (int k = 0; k < count && inside; ++k)
+            inside = ccInsideRule::Orientation(ring[k], ring[(k + 1) % count], v) > 0;
+        if (!inside) candidates.push_back(v);
+    }
+    return candidates;
+}
+
 }  // namespace
 
 ccGenPoly::ccGenPoly(std::vector<cc2Vect> vertices, FillMode fill) noexcept : vertices_(std::move(vertices)), fill_(fill) {}
@@ -240,7 +274,7 @@ size_t ccGenPoly::NearestVertex(const cc2Vect& point) const {
 ccGenPolyPtrh ccGenPoly::ConvexHull() const {
     // Andrew's monotone chain with the exact orientation test: points sorted by x then y,
     // the lower and upper chains keep only strict positive turns.
-    std::vector<cc2Vect> points(vertices_);
+    std::vector<cc2Vect> points = HullCandidates(vertices_);
     std::sort(points.begin(), points.end(), [](const cc2Vect& l, const cc2Vect& r) {
         return l.X() < r.X() || (l.X() == r.X() && l.Y() < r.Y());
     });
