@@ -352,6 +352,34 @@ TEST_F(CircularAnnulusSectionTest, CreateCircularArcAnswersTheArcAtARadialFracti
     }
 }
 
+TEST_F(CircularAnnulusSectionTest, DragsAndFitsMoveTheSectionAndKeepItsAngles) {
+    auto section = NewSection({1, 2, 3, 7, 4 * kPi, 0.5});
+    auto log = Listen(section.get());
+    auto graphic = As<ILuxGraphicInteractive>(section.get());
+    ASSERT_EQ(graphic->DragStop(0, 0, 4, -1, VARIANT_TRUE, VARIANT{}), S_OK);
+    const CircularParams moved = Params(section.get());
+    EXPECT_NEAR(moved[0], 5, 1e-12);
+    EXPECT_NEAR(moved[1], 1, 1e-12);
+    EXPECT_EQ(moved[2], 3);
+    EXPECT_EQ(moved[3], 7);  // not the core's 7 - 2 pi
+    EXPECT_EQ(moved[4], 4 * kPi);
+    ASSERT_EQ(log->changes.size(), 1u);
+    EXPECT_EQ(log->changes[0].stateId, luxState_MoreThanOneStateIDChanged);
+    EXPECT_EQ(log->changes[0].areas, luxFA_Shape_Geometry);
+    log->stopped.clear();  // the section itself: held here, it would outlive the test
+
+    // Fitted into a box: the outer arc (here the start arc, scale 0.5) touches the shorter sides.
+    log->changes.clear();
+    ASSERT_EQ(section->FitToBoundingBox(NewRectangle(10, 20, 40, 30).get()), S_OK);
+    const CircularParams fitted = Params(section.get());
+    EXPECT_EQ(fitted, (CircularParams{30, 35, 15, 7, 4 * kPi, 0.5}));
+    ASSERT_EQ(log->changes.size(), 1u);
+    EXPECT_EQ(log->changes[0].stateId, luxState_MoreThanOneStateIDChanged);
+    ASSERT_EQ(section->put_RadialScale(3), S_OK);
+    ASSERT_EQ(section->FitToBoundingBox(NewRectangle(10, 20, 40, 30).get()), S_OK);
+    EXPECT_NEAR(Params(section.get())[2], 5, 1e-12);
+}
+
 TEST_F(CircularAnnulusSectionTest, CreateRLEHoldsExactlyThePixelsWhoseCentresAreInside) {
     const CircularParams shapes[] = {
         {50, 50, 25, 0, kPi, 2},               // the default
