@@ -304,6 +304,34 @@ TEST_F(EllipticalArcTest, MapLinearCopyAndCreateEllipseCarryWhatTheCopyFlagsSele
     for (int i = 0; i < 6; ++i) EXPECT_NEAR(a[i], b[i], 1e-15) << i;
 }
 
+TEST_F(EllipticalArcTest, FittingTakesTheInscribedEllipseAndDraggingKeepsTheStartAsGiven) {
+    auto arc = NewArc({0, 0, 1, 2, 0.5, 9, -1});
+    auto log = Listen(arc.get());
+    ASSERT_EQ(arc->FitToBoundingBox(NewRectangle(-5, -6, 40, 20).get()), S_OK);
+    EXPECT_EQ(Params(arc.get()), (ArcParams{15, 4, 20, 10, 0, 9, -1}));
+    ASSERT_EQ(log->changes.size(), 1u);
+    EXPECT_EQ(log->changes[0].stateId, luxState_MoreThanOneStateIDChanged);
+    EXPECT_EQ(log->changes[0].areas, luxFA_Shape_Geometry);
+
+    // Without the position bit a drag moves nothing; with it, the centre only.
+    ASSERT_EQ(arc->put_GraphicDOFEnable(luxEllipticalArcDOFArcSpan), S_OK);
+    log->changes.clear();
+    auto g = As<ILuxGraphicInteractive>(arc.get());
+    ASSERT_EQ(g->DragStop(0, 0, 3, -2, VARIANT_TRUE, VARIANT{}), S_OK);
+    EXPECT_EQ(Params(arc.get()), (ArcParams{15, 4, 20, 10, 0, 9, -1}));
+    EXPECT_TRUE(log->changes.empty());
+    ASSERT_EQ(arc->put_GraphicDOFEnable(luxEllipticalArcDOFAll), S_OK);
+    log->changes.clear();
+    ASSERT_EQ(g->DragStop(0, 0, 3, -2, VARIANT_TRUE, VARIANT{}), S_OK);
+    const ArcParams moved = Params(arc.get());
+    const ArcParams want{18, 2, 20, 10, 0, 9, -1};
+    for (int i = 0; i < 7; ++i) EXPECT_NEAR(moved[i], want[i], 1e-12) << i;
+    EXPECT_EQ(moved[5], 9);  // not 9 - 2 pi
+    ASSERT_EQ(log->changes.size(), 1u);
+    EXPECT_EQ(log->changes[0].stateId, luxState_MoreThanOneStateIDChanged);
+    log->stopped.clear();  // the log holds the arc, which holds the log's sink
+}
+
 TEST_F(EllipticalArcTest, MakeShapeModelIsNotAvailable) {
     auto arc = NewArc();
     auto log = Listen(arc.get());
