@@ -35,8 +35,9 @@ void PrintUsage(std::ostream& out) {
            "  image info FILE  print the size, kind and plane statistics of an image file\n"
            "  image convert IN OUT\n"
            "                   write an image file's pixels in the format of OUT's extension\n"
-           "  inspect IMAGE --region affine:CX,CY,LX,LY,ROT,SKEW | rect:X,Y,W,H [--space NAME] [--overlay OUT.png]\n"
-           "                   statistics of the pixels under a region, and the region drawn over the image\n"
+           "  inspect IMAGE --region REGION [--space NAME] [--overlay OUT.png]\n"
+           "                   statistics of the pixels under a region (affine, rect, circle, ellipse,\n"
+           "                   annulus or polygon: see inspect --help), and the region drawn over the image\n"
            "  demo [IMAGE] [--out DIR]\n"
            "                   one inspection request from start to end, with its files\n"
            "  help             print this text\n";
