@@ -413,17 +413,19 @@ HRESULT CLuxEllipticalAnnulusSection::GetUnitCircleParams(double* UnitCircleAngl
         core::RequireOut(UnitCircleAngleStart, UnitCircleAngleSpan, RadialScale, EllipseFromUnitCircle);
         *EllipseFromUnitCircle = nullptr;
         ccEllipseArc2::UnitCircleParams unit;
-        double radialScale;
+        Params p;
         {
             core::ObjectLock::Guard guard(Lock());
             unit = static_cast<const ccEllipseAnnulus&>(CoreLocked()).GetUnitCircleParams();
-            radialScale = params_.radialScale;
+            p = params_;
         }
         ComPtr<transform::CLuxTransform2DLinear> made =
             transform::CLuxTransform2DLinear::FromValue(unit.ellipseFromUnitCircle);
-        *UnitCircleAngleStart = unit.angleStart;
-        *UnitCircleAngleSpan = unit.angleSpan;
-        *RadialScale = radialScale;
+        // The ellipse's own transform: the unit-circle angles are the section's, which the
+        // core holds normalised and this class as given.
+        *UnitCircleAngleStart = p.angleStart;
+        *UnitCircleAngleSpan = p.angleSpan;
+        *RadialScale = p.radialScale;
         *EllipseFromUnitCircle = static_cast<ILuxTransform2DLinear*>(made.Detach());
     });
 }

@@ -287,6 +287,14 @@ TEST_F(CircularAnnulusSectionTest, MapLinearGivesAnEllipticalSectionAndCopiesCar
         As<ILuxGraphicInteractive>(copy.get())->get_GraphicDOFEnableBase(&dof);
         EXPECT_EQ(dof, (flags & luxCopyShapeDOFs) ? luxCircularAnnulusSectionDOFRadii : -1);
     }
+    // Map answers the class of the mapped core shape: an elliptical section, with the adornments.
+    ComPtr<ILuxShape> viaMap;
+    ASSERT_EQ(section->Map(As<ILuxTransform2D>(stretch.get()).get(), luxCopyShapeBasicGraphics, viaMap.Out()), S_OK);
+    auto mappedSection = As<ILuxEllipticalAnnulusSection>(viaMap.get());
+    ASSERT_TRUE(mappedSection);
+    LuxEllipticalAnnulusSectionDirectionAdornmentConstants viaMapArc{};
+    mappedSection->get_ArcDirectionAdornment(&viaMapArc);
+    EXPECT_EQ(viaMapArc, luxEllipticalAnnulusSectionDirectionAdornmentArrow);
     // Even a plain shift answers the elliptical class.
     ComPtr<ILuxEllipticalAnnulusSection> shifted;
     ASSERT_EQ(section->MapLinear(Linear(1, 0, 0, 1, 5, 5).get(), luxCopyShapeAll, shifted.Out()), S_OK);

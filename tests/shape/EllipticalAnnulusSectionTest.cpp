@@ -167,6 +167,8 @@ TEST_F(EllipticalAnnulusSectionTest, UnitCircleParamsRoundTripAndAMirrorReverses
     ASSERT_EQ(section->GetUnitCircleParams(&unitStart, &unitSpan, &scale, transform.Out()), S_OK);
     ASSERT_TRUE(transform);
     EXPECT_EQ(scale, 1.5);
+    EXPECT_EQ(unitStart, 0.4);
+    EXPECT_EQ(unitSpan, 1.1);
     // The transform takes the unit circle's point at unitStart to the start point.
     double x = 0, y = 0;
     ASSERT_EQ(As<ILuxTransform2D>(transform.get())->MapPoint(std::cos(unitStart), std::sin(unitStart), &x, &y), S_OK);
@@ -193,6 +195,11 @@ TEST_F(EllipticalAnnulusSectionTest, UnitCircleParamsRoundTripAndAMirrorReverses
     EXPECT_EQ(log->changes[0].areas, luxFA_Shape_Geometry);
     ASSERT_EQ(other->SetFromUnitCircleParams(unitStart, unitSpan, scale, transform.get()), S_OK);
     EXPECT_EQ(log->changes.size(), 1u);  // nothing changed
+
+    // Angles as given come back as given.
+    ASSERT_EQ(other->put_AngleStart(9), S_OK);
+    ASSERT_EQ(other->GetUnitCircleParams(&unitStart, &unitSpan, &scale, transform.Out()), S_OK);
+    EXPECT_EQ(unitStart, 9);
 
     // Mirrored in the x-axis: the arc runs the other way round.
     ASSERT_EQ(other->SetFromUnitCircleParams(0.25, 1, 2, Linear(3, 0, 0, -2, 10, 10).get()), S_OK);
