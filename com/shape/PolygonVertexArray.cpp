@@ -66,6 +66,38 @@ size_t Count(SAFEARRAY* array, UINT dim) {
     return upper < lower ? 0 : static_cast<size_t>(static_cast<int64_t>(upper) - lower + 1);
 }
 
+// A list of pairs (a Python list of (X, Y) tuples): a one-dimensional VT_VARIANT array whose
+// every element is an array of one X and one Y.
+std::optional<std::vector<cc2Vect>> ParsePairs(SAFEARRAY* array, size_t length, std::string& why) {
+    if (length > PolygonVertexArray::kMaxVertices) {
+        why = "holds more vertices than a polygon can";
+        return std::nullopt;
+    }
+    const DataAccess access(array);
+    if (!access.Data()) {
+        why = "cannot be read";
+        return std::nullopt;
+    }
+    const auto* pairs = reinterpret_cast<const VARIANT*>(access.Data());
+    std::vector<cc2Vect> vertices;
+    vertices.reserve(length);
+    for (size_t i = 0; i < length; ++i) {
+        if ((pairs[i].vt & (VT_ARRAY | VT_BYREF)) != VT_ARRAY || SafeArrayGetDim(pairs[i].parray) != 1 ||
+            SafeArrayElementCount(pairs[i].parray) != 2) {
+            why = "mixes pairs of X, Y with other elements";
+            return std::nullopt;
+        }
+        std::optional<std::vector<cc2Vect>> pair = PolygonVertexArray::Parse(pairs[i], why);
+        if (!pair) return std::nullopt;
+        if (pair->size() != 1) {
+            why = "holds a pair that is not one X and one Y";
+            return std::nullopt;
+        }
+        vertices.push_back(pair->front());
+    }
+    return vertices;
+}
+
 }  // namespace
 
 std::optional<std::vector<cc2Vect>> PolygonVertexArray::Parse(const VARIANT& value, std::string& why) {
@@ -86,6 +118,11 @@ std::optional<std::vector<cc2Vect>> PolygonVertexArray::Parse(const VARIANT& val
     bool rows = false;  // N x 2, the left-most index the vertex
     if (dims == 1) {
         const size_t length = Count(array, 1);
+        if (vt == VT_VARIANT && length > 0) {
+            const DataAccess access(array);
+            const auto* first = reinterpret_cast<const VARIANT*>(access.Data());
+            if (first && (first->vt & VT_ARRAY)) return ParsePairs(array, length, why);
+        }
         if (length % 2 != 0) {
             why = "has an odd number of coordinates";
             return std::nullopt;

@@ -7,7 +7,9 @@
 // In: a SAFEARRAY (directly, or by reference) of any number type - VT_I1 through VT_UI8,
 // VT_INT, VT_UINT, VT_R4, VT_R8, or VT_VARIANT whose elements are such numbers - either
 //  - one-dimensional, of even length: X0, Y0, X1, Y1, ...; or
-//  - two-dimensional N x 2 (N rows of X, Y; what a NumPy array of shape (N, 2) becomes).
+//  - two-dimensional N x 2 (N rows of X, Y; what a NumPy array of shape (N, 2) becomes); or
+//  - one-dimensional VT_VARIANT whose every element is such an array of one X and one Y
+//    (what a Python list of (X, Y) tuples becomes).
 // Every value must be finite. Anything else (an odd length, another shape, strings, dates,
 // booleans, objects, more than kMaxVertices vertices) is not a vertex array.
 #pragma once

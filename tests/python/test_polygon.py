@@ -51,6 +51,13 @@ def test_numpy_arrays_in_and_out():
         shape = polygon(array)
         assert vertices(shape) == triangle
         assert shape.NumVertices == 3
+    assert vertices(polygon(triangle)) == triangle  # a list of (X, Y) tuples
+    assert vertices(polygon([[1, 2], [30, 4], [5, 60]])) == triangle
+    assert vertices(polygon([1, 2, 30, 4, 5, 60])) == triangle
+    for bad in ([(1, 2), (3, 4, 5)], [(1, 2), 3], [[(1, 2), (3, 4)]], [(1, "x")]):
+        with pytest.raises(tessaly.ComError) as refused:
+            polygon(bad)
+        assert refused.value.hresult == E_INVALIDARG and "CoordinatesXY" in refused.value.description
     out = numpy.asarray(polygon(numpy.array(triangle)).GetVertices())
     assert out.dtype == numpy.float64 and out.tolist() == [1, 2, 30, 4, 5, 60]
     assert vertices(polygon()) == [(0, 0), (100, 0), (100, 100), (0, 100)]
