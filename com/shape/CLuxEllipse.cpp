@@ -441,12 +441,18 @@ HRESULT CLuxEllipse::GetUnitCircleTransform(ILuxTransform2DLinear** EllipseFromU
 }
 
 HRESULT CLuxEllipse::SetFromUnitCircleTransform(ILuxTransform2DLinear* EllipseFromUnitCircle) {
+    // The transform is read before this object's lock is taken: it may be anyone's object.
+    cc2XformLinear value;
+    const HRESULT read = core::Guarded("SetFromUnitCircleTransform", IID_ILuxEllipse, [&] {
+        core::RequireArgument(EllipseFromUnitCircle, "EllipseFromUnitCircle");
+        value = transform::CLuxTransform2DLinear::ValueOf(EllipseFromUnitCircle);
+    });
+    if (FAILED(read)) return read;
     return Modify(
         "SetFromUnitCircleTransform",
         [&](const Params&) {
-            core::RequireArgument(EllipseFromUnitCircle, "EllipseFromUnitCircle");
             ccEllipse2Ptrh next(new ccEllipse2());
-            next->SetFromUnitCircleTransform(transform::CLuxTransform2DLinear::ValueOf(EllipseFromUnitCircle));
+            next->SetFromUnitCircleTransform(value);
             const Params p = ParamsOf(*next);
             CheckFinite({{"EllipseFromUnitCircle", p.centerX}, {"EllipseFromUnitCircle", p.centerY},
                          {"EllipseFromUnitCircle", p.radiusX}, {"EllipseFromUnitCircle", p.radiusY},
