@@ -72,6 +72,34 @@ def table(stdout):
     return values, histogram
 
 
+def circle_inside(cx, cy, r):
+    return lambda x, y: math.hypot(x - cx, y - cy) < r
+
+
+def ellipse_inside(cx, cy, rx, ry, degrees):
+    c, s = math.cos(math.radians(degrees)), math.sin(math.radians(degrees))
+    return lambda x, y: (((x - cx) * c + (y - cy) * s) / rx) ** 2 + ((-(x - cx) * s + (y - cy) * c) / ry) ** 2 < 1
+
+
+def section_inside(cx, cy, radius, start, span, scale):
+    low, high = sorted((radius, radius * scale))
+    def inside(x, y):
+        turn = (math.degrees(math.atan2(y - cy, x - cx)) - start) * (1 if span > 0 else -1) % 360
+        return low < math.hypot(x - cx, y - cy) < high and turn < abs(span)
+    return inside
+
+
+def polygon_inside(*xy):
+    points = list(zip(xy[0::2], xy[1::2]))
+    def inside(x, y):
+        crossings = 0
+        for (x1, y1), (x2, y2) in zip(points, points[1:] + points[:1]):
+            if (y1 > y) != (y2 > y) and x < x1 + (y - y1) * (x2 - x1) / (y2 - y1):
+                crossings += 1
+        return crossings % 2 == 1
+    return inside
+
+
 class InspectCommandTest(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.TemporaryDirectory()
@@ -172,62 +200,52 @@ class InspectCommandTest(unittest.TestCase):
         return result.stdout
 
     def test_circles_ellipses_annulus_sections_and_polygons_by_pixel_centres(self):
-        out = self.measured("circle:20.3,15.2,6.1", lambda x, y: math.hypot(x - 20.3, y - 15.2) < 6.1)
+        out = self.measured("circle:20.3,15.2,6.1", circle_inside(20.3, 15.2, 6.1))
         self.assertIn("circle: centre (20.3, 15.2), radius 6.1, in space '#'", out)
 
-        def ellipse(cx, cy, rx, ry, degrees):
-            c, s = math.cos(math.radians(degrees)), math.sin(math.radians(degrees))
-            return lambda x, y: (((x - cx) * c + (y - cy) * s) / rx) ** 2 + ((-(x - cx) * s + (y - cy) * c) / ry) ** 2 < 1
-        out = self.measured("ellipse:19.7,14.1,11.3,4.2,30", ellipse(19.7, 14.1, 11.3, 4.2, 30))
+        out = self.measured("ellipse:19.7,14.1,11.3,4.2,30", ellipse_inside(19.7, 14.1, 11.3, 4.2, 30))
         self.assertIn("ellipse: centre (19.7, 14.1), radii 11.3 x 4.2, rotation 30 deg", out)
         # A circle typed as an ellipse is the same region.
         statistics = lambda region: {k: v for k, v in table(run("inspect", self.ramp(), "--region", region).stdout)[0].items()
                                      if k != "region"}
         self.assertEqual(statistics("ellipse:20.3,15.2,6.1,6.1,70"), statistics("circle:20.3,15.2,6.1"))
 
-        def section(cx, cy, radius, start, span, scale):
-            low, high = sorted((radius, radius * scale))
-            def inside(x, y):
-                turn = (math.degrees(math.atan2(y - cy, x - cx)) - start) * (1 if span > 0 else -1) % 360
-                return low < math.hypot(x - cx, y - cy) < high and turn < abs(span)
-            return inside
         # y points down: from 10 degrees clockwise through 100; and the same band the other way.
-        out = self.measured("annulus:20.3,15.2,5.1,10,100,1.9", section(20.3, 15.2, 5.1, 10, 100, 1.9))
+        out = self.measured("annulus:20.3,15.2,5.1,10,100,1.9", section_inside(20.3, 15.2, 5.1, 10, 100, 1.9))
         self.assertIn("annulus section: centre (20.3, 15.2), radius 5.1, start 10 deg, span 100 deg, radial scale 1.9",
                       out)
         self.measured("annulus:20.3,15.2,9.69,110,-100,0.5263157894736842",
-                      section(20.3, 15.2, 9.69, 110, -100, 0.5263157894736842))
+                      section_inside(20.3, 15.2, 9.69, 110, -100, 0.5263157894736842))
 
-        def polygon(*xy):
-            points = list(zip(xy[0::2], xy[1::2]))
-            def inside(x, y):
-                crossings = 0
-                for (x1, y1), (x2, y2) in zip(points, points[1:] + points[:1]):
-                    if (y1 > y) != (y2 > y) and x < x1 + (y - y1) * (x2 - x1) / (y2 - y1):
-                        crossings += 1
-                return crossings % 2 == 1
-            return inside
-        out = self.measured("polygon:5.2,5.1,33.7,8.3,12.4,25.6", polygon(5.2, 5.1, 33.7, 8.3, 12.4, 25.6))
+        out = self.measured("polygon:5.2,5.1,33.7,8.3,12.4,25.6", polygon_inside(5.2, 5.1, 33.7, 8.3, 12.4, 25.6))
         self.assertIn("polygon: 3 vertices (5.2, 5.1) (33.7, 8.3) (12.4, 25.6)", out)
         self.measured("polygon:2.1,2.2,20.3,2.4,20.1,20.2,11.3,9.1,2.2,20.4",
-                      polygon(2.1, 2.2, 20.3, 2.4, 20.1, 20.2, 11.3, 9.1, 2.2, 20.4))
+                      polygon_inside(2.1, 2.2, 20.3, 2.4, 20.1, 20.2, 11.3, 9.1, 2.2, 20.4))
 
-    def test_overlay_draws_a_circles_outline(self):
+    def test_overlay_draws_the_outline_of_every_new_kind_on_its_own_pixels(self):
         image = self.ramp()
-        overlay = self.path("circle.png")
-        result = run("inspect", image, "--region", "circle:20,15,8", "--overlay", overlay)
-        self.assertEqual(result.returncode, 0, result.stderr)
-        with open(overlay, "rb") as f:
-            width, height, rows = read_rgb_png(f.read())
-        self.assertEqual((width, height), (40, 30))
-        outline = [(x, y) for y in range(30) for x in range(40) if rows[y][x] == (0, 255, 255)]
-        for x, y in outline:
-            self.assertLess(abs(math.hypot(x + 0.5 - 20, y + 0.5 - 15) - 8), 1.5, (x, y))
-        self.assertGreater(len(outline), 2 * math.pi * 8 * 0.7)
-        for y in range(30):
-            for x in range(40):
-                if rows[y][x] != (0, 255, 255):
-                    self.assertEqual(rows[y][x], (4 * x + y,) * 3, (x, y))
+        kinds = {
+            "circle:20,15,8": circle_inside(20, 15, 8),
+            "ellipse:19.7,14.1,11.3,4.2,30": ellipse_inside(19.7, 14.1, 11.3, 4.2, 30),
+            "annulus:20.3,15.2,5.1,10,100,1.9": section_inside(20.3, 15.2, 5.1, 10, 100, 1.9),
+            "polygon:5.2,5.1,33.7,8.3,12.4,25.6": polygon_inside(5.2, 5.1, 33.7, 8.3, 12.4, 25.6),
+        }
+        for region, inside in kinds.items():
+            overlay = self.path("overlay.png")
+            result = run("inspect", image, "--region", region, "--overlay", overlay)
+            self.assertEqual(result.returncode, 0, result.stderr)
+            with open(overlay, "rb") as f:
+                width, height, rows = read_rgb_png(f.read())
+            self.assertEqual((width, height), (40, 30))
+            pixels = {(x, y) for y in range(30) for x in range(40) if inside(x + 0.5, y + 0.5)}
+            # The region's pixels with a neighbour outside it, and nothing else.
+            edge = {(x, y) for x, y in pixels
+                    if any(n not in pixels for n in ((x - 1, y), (x + 1, y), (x, y - 1), (x, y + 1)))}
+            self.assertGreater(len(edge), 10, region)
+            for y in range(30):
+                for x in range(40):
+                    want = (0, 255, 255) if (x, y) in edge else (4 * x + y,) * 3
+                    self.assertEqual(rows[y][x], want, (region, x, y))
 
     def test_spaces(self):
         image = self.ramp()
