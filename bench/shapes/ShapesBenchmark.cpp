@@ -296,6 +296,28 @@ void ManyHullOpenCV(benchmark::State& state) {
 }
 BENCHMARK(ManyHullOpenCV)->Unit(benchmark::kMicrosecond);
 
+// No peer: how long the exact complexity test takes on these long, crowded sides.
+void ManyIsComplex(benchmark::State& state) {
+    for (auto _ : state) benchmark::DoNotOptimize(TheMany().poly->IsComplex());
+}
+BENCHMARK(ManyIsComplex)->Unit(benchmark::kMillisecond);
+
+// And on 10^5 short sides: a ring of radius 1000 with radii drawn from 999.5-1000.5.
+void RingIsComplex(benchmark::State& state) {
+    static const ccGenPolyPtrh ring = [] {
+        std::mt19937 random(3);
+        std::uniform_real_distribution<double> radius(999.5, 1000.5);
+        std::vector<cc2Vect> vertices;
+        for (int k = 0; k < kManyVertices; ++k) {
+            const double angle = 2 * kPi * k / kManyVertices;
+            vertices.push_back(cc2Vect{std::cos(angle), std::sin(angle)} * radius(random));
+        }
+        return ccGenPolyPtrh(new ccGenPoly(std::move(vertices)));
+    }();
+    for (auto _ : state) benchmark::DoNotOptimize(ring->IsComplex());
+}
+BENCHMARK(RingIsComplex)->Unit(benchmark::kMillisecond);
+
 const cc2XformLinear kXform(0.8, -0.6, 0.6, 0.8, 12.5, -7.25);
 
 void ManyMap(benchmark::State& state) {

@@ -321,6 +321,10 @@ TEST(Polygon, MapTranslateReverseAndEquality) {
     EXPECT_EQ(box->Width(), 4);
     EXPECT_EQ(box->Height(), 2);
     EXPECT_THROW(Make<ccGenPoly>(Points{{0, 0}, {INFINITY, 0}})->BoundingBox(), ccShapesError::InfiniteExtent);
+    const auto broken = Make<ccGenPoly>(Points{{0, 0}, {4, 0}, {NAN, 3}, {0, 4}});
+    EXPECT_THROW(broken->ConvexHull(), ccShapesError::BadGeom);
+    EXPECT_THROW(broken->IsComplex(), ccShapesError::BadGeom);
+    EXPECT_FALSE(broken->IsConvex());
 }
 
 TEST(Polyline, LengthPointsTangentsAndEnds) {

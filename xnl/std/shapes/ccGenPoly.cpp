@@ -274,6 +274,7 @@ size_t ccGenPoly::NearestVertex(const cc2Vect& point) const {
 ccGenPolyPtrh ccGenPoly::ConvexHull() const {
     // Andrew's monotone chain with the exact orientation test: points sorted by x then y,
     // the lower and upper chains keep only strict positive turns.
+    if (!IsFinite()) throw ccShapesError::BadGeom("ConvexHull of a polygon with a non-finite vertex");
     std::vector<cc2Vect> points = HullCandidates(vertices_);
     std::sort(points.begin(), points.end(), [](const cc2Vect& l, const cc2Vect& r) {
         return l.X() < r.X() || (l.X() == r.X() && l.Y() < r.Y());
@@ -326,11 +327,18 @@ bool ccGenPoly::IsComplex() const {
         bottom = std::max(bottom, v.Y());
         scale = std::max({scale, std::fabs(v.X()), std::fabs(v.Y())});
     }
-    scale = std::max({scale, right - left, bottom - top});
-    const double side = std::ceil(std::sqrt(static_cast<double>(m)));
-    const double minimumCell = 1e-9 * scale;
-    const double cellW = std::max((right - left) / side, minimumCell);
-    const double cellH = std::max((bottom - top) / side, minimumCell);
+    const double extent = std::max(right - left, bottom - top);
+    scale = std::max(scale, extent);
+    double totalLength = 0;
+    for (size_t i = 0; i < m; ++i) totalLength += at(i).Distance(at(i + 1));
+    // Square cells about as long as the mean side (so that short sides along a thin band,
+    // a ring, do not crowd into the cells of a grid spread over the whole box), at most
+    // the box over sqrt(m), and never so small that rounding or the cell count matters.
+    const double perSide = extent / std::ceil(std::sqrt(static_cast<double>(m)));
+    const double cell = std::max({std::min(perSide, totalLength / static_cast<double>(m)), 1e-9 * scale,
+                                  std::ldexp(extent, -30)});
+    const double cellW = cell;
+    const double cellH = cell;
     const int64_t columns = static_cast<int64_t>((right - left) / cellW) + 1;
     const int64_t rows = static_cast<int64_t>((bottom - top) / cellH) + 1;
     const auto column = [&](double x) {
@@ -387,6 +395,7 @@ bool ccGenPoly::IsComplex() const {
 }
 
 bool ccGenPoly::IsConvex() const noexcept {
+    if (!IsFinite()) return false;
     const std::vector<cc2Vect> distinct = WithoutRepeats(vertices_);
     const size_t m = distinct.size();
     if (m < 3) return false;

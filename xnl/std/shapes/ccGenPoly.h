@@ -102,22 +102,24 @@ public:
     // The convex hull of the vertices (the fill mode kept): the corners only, collinear and
     // repeated points dropped, run the positive way from the vertex of least x (least y
     // among equals). Fewer than 3 distinct points give those points (0, 1 or 2, the two
-    // extremes of a collinear set).
+    // extremes of a collinear set). BadGeom for a non-finite vertex.
     ccGenPolyPtrh ConvexHull() const;
     // Whether two sides that are not neighbours meet (cross or touch), or two neighbouring
     // sides overlap along more than their shared vertex (a side folded back on the one
     // before it). Sides of zero length (repeated vertices) are skipped: they are part of
     // their neighbours. Exact. Fewer than 3 distinct consecutive vertices are never
-    // complex. Buckets the sides in a uniform grid of about one cell per side and tests
-    // only sides that share a cell: close to linear for polygons whose sides are spread
-    // out, quadratic in the number of sides that crowd into one cell.
+    // complex. Buckets the sides in a uniform grid of square cells about as long as the
+    // mean side and tests only sides that share a cell: close to linear for polygons whose
+    // sides are short against their spacing, quadratic in the number of sides that crowd
+    // into one cell (many long sides close together, a spiky star of 10^5 vertices takes
+    // seconds). BadGeom for a non-finite vertex.
     bool IsComplex() const;
     // Whether the polygon is identical to the convex hull of its vertices: after dropping
     // repeated consecutive vertices and vertices in the middle of a straight run (which
     // change no point of the outline), the remaining ones are the hull's corners in their
     // cyclic order, either way round. A hull of fewer than 3 corners (no area) is not
-    // convex. So a square with a vertex in the middle of a side is convex; a square with a
-    // spike folded back along a side is not.
+    // convex, nor is a polygon with a non-finite vertex. So a square with a vertex in the
+    // middle of a side is convex; a square with a spike folded back along a side is not.
     bool IsConvex() const noexcept override;
 
     // ccShape
