@@ -50,6 +50,7 @@ private:
     cc2Vect center_;
     double a_ = 1, b_ = 0, c_ = 1;
     double fHi_ = 1, fLo_ = 0;
+    double inverseTwoA_ = 0.5;
     double halfWidth_ = 1, halfHeight_ = 1;  // of the bounding box
 };
 
