@@ -266,6 +266,18 @@ TEST(Polygon, ComplexityAgainstEveryPairOfSides) {
     }
     EXPECT_GT(complexCount, 400);
     EXPECT_LT(complexCount, 3900);
+    // Longer rings whose sides meet rarely: random walks of small steps.
+    int longComplex = 0;
+    for (int trial = 0; trial < 300; ++trial) {
+        std::uniform_int_distribution<int> step(-2, 2);
+        Points points{{0, 0}};
+        const int count = 20 + trial % 150;
+        for (int k = 1; k < count; ++k) points.push_back(points.back() + cc2Vect{double(step(random)), double(step(random))});
+        const bool expected = BruteForceComplex(points);
+        longComplex += expected;
+        ASSERT_EQ(Make<ccGenPoly>(points)->IsComplex(), expected) << Make<ccGenPoly>(points)->Description();
+    }
+    EXPECT_GT(longComplex, 0);
     // Many sides: a convex 2000-gon with one vertex pushed across the far side, or not.
     Points ring;
     for (int k = 0; k < 2000; ++k)

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
+#include <set>
 #include <typeinfo>
 
 #include "xnl/std/math/cc2XformLinear.h"
@@ -24,6 +26,9 @@ std::vector<cc2Vect> WithoutRepeats(const std::vector<cc2Vect>& vertices) {
     while (distinct.size() > 1 && distinct.back() == distinct.front()) distinct.pop_back();
     return distinct;
 }
+
+// Points in the sweep's order: by x, then by y.
+bool LexLess(const cc2Vect& a, const cc2Vect& b) noexcept { return a.X() < b.X() || (a.X() == b.X() && a.Y() < b.Y()); }
 
 // Whether q lies on the closed segment a-b, given that the three are collinear.
 bool WithinBounds(const cc2Vect& a, const cc2Vect& b, const cc2Vect& q) noexcept {
@@ -316,80 +321,64 @@ bool ccGenPoly::IsComplex() const {
     }
     if (m == 3) return false;
 
-    // Sides bucketed in a uniform grid; only sides that share a cell can meet. A cell is
-    // far larger than the rounding of the coordinates, and each side takes the cells of its
-    // extent in every strip widened by one cell, so meeting sides always share one.
-    double left = ring[0].X(), right = left, top = ring[0].Y(), bottom = top, scale = 0;
-    for (const cc2Vect& v : ring) {
-        left = std::min(left, v.X());
-        right = std::max(right, v.X());
-        top = std::min(top, v.Y());
-        bottom = std::max(bottom, v.Y());
-        scale = std::max({scale, std::fabs(v.X()), std::fabs(v.Y())});
+    // A vertex met twice: two sides that are not neighbours touch there.
+    {
+        std::vector<cc2Vect> sorted(ring);
+        std::sort(sorted.begin(), sorted.end(), LexLess);
+        if (std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end()) return true;
     }
-    const double extent = std::max(right - left, bottom - top);
-    scale = std::max(scale, extent);
-    double totalLength = 0;
-    for (size_t i = 0; i < m; ++i) totalLength += at(i).Distance(at(i + 1));
-    // Square cells about as long as the mean side (so that short sides along a thin band,
-    // a ring, do not crowd into the cells of a grid spread over the whole box), at most
-    // the box over sqrt(m), and never so small that rounding or the cell count matters.
-    const double perSide = extent / std::ceil(std::sqrt(static_cast<double>(m)));
-    const double cell = std::max({std::min(perSide, totalLength / static_cast<double>(m)), 1e-9 * scale,
-                                  std::ldexp(extent, -30)});
-    const double cellW = cell;
-    const double cellH = cell;
-    const int64_t columns = static_cast<int64_t>((right - left) / cellW) + 1;
-    const int64_t rows = static_cast<int64_t>((bottom - top) / cellH) + 1;
-    const auto column = [&](double x) {
-        return std::clamp<int64_t>(static_cast<int64_t>(std::floor((x - left) / cellW)), 0, columns - 1);
+    // A sweep over x with the sides it crosses kept in order from low y to high y; two sides
+    // are tested whenever they become neighbours in that order, so the first meeting point
+    // in the sweep's order is always found (all vertices are distinct from here on).
+    struct Side {
+        cc2Vect left, right;
     };
-    const auto rowOf = [&](double y) {
-        return std::clamp<int64_t>(static_cast<int64_t>(std::floor((y - top) / cellH)), 0, rows - 1);
-    };
-
-    struct Entry {
-        int64_t cell;
-        uint32_t sideIndex;
-    };
-    std::vector<Entry> entries;
-    entries.reserve(4 * m);
+    std::vector<Side> sides(m);
     for (size_t i = 0; i < m; ++i) {
         const cc2Vect& a = at(i);
         const cc2Vect& b = at(i + 1);
-        const double yLow = std::min(a.Y(), b.Y()), yHigh = std::max(a.Y(), b.Y());
-        const double xLow = std::min(a.X(), b.X()), xHigh = std::max(a.X(), b.X());
-        const int64_t firstRow = rowOf(yLow), lastRow = rowOf(yHigh);
-        for (int64_t r = firstRow; r <= lastRow; ++r) {
-            double x0 = xLow, x1 = xHigh;
-            if (a.Y() != b.Y() && firstRow != lastRow) {
-                // The side's x over the strip widened by half a cell up and down.
-                const double y0 = std::max(yLow, top + (static_cast<double>(r) - 0.5) * cellH);
-                const double y1 = std::min(yHigh, top + (static_cast<double>(r) + 1.5) * cellH);
-                const double slope = (b.X() - a.X()) / (b.Y() - a.Y());
-                const double xa = a.X() + (y0 - a.Y()) * slope, xb = a.X() + (y1 - a.Y()) * slope;
-                x0 = std::clamp(std::min(xa, xb), xLow, xHigh);
-                x1 = std::clamp(std::max(xa, xb), xLow, xHigh);
-            }
-            const int64_t c0 = std::max<int64_t>(column(x0) - 1, 0), c1 = std::min(column(x1) + 1, columns - 1);
-            for (int64_t c = c0; c <= c1; ++c) entries.push_back({r * columns + c, static_cast<uint32_t>(i)});
-        }
+        sides[i] = LexLess(a, b) ? Side{a, b} : Side{b, a};
     }
-    std::sort(entries.begin(), entries.end(), [](const Entry& l, const Entry& r) {
-        return l.cell < r.cell || (l.cell == r.cell && l.sideIndex < r.sideIndex);
-    });
-    for (size_t begin = 0; begin < entries.size();) {
-        size_t end = begin + 1;
-        while (end < entries.size() && entries[end].cell == entries[begin].cell) ++end;
-        for (size_t p = begin; p < end; ++p) {
-            const size_t i = entries[p].sideIndex;
-            for (size_t q = p + 1; q < end; ++q) {
-                const size_t j = entries[q].sideIndex;  // j > i
-                if (j == i + 1 || (i == 0 && j == m - 1)) continue;  // neighbours: done above
-                if (SegmentsMeet(at(i), at(i + 1), at(j), at(j + 1))) return true;
-            }
+    bool touching = false;  // set by the order when a side starts on another one
+    const auto below = [&](uint32_t a, uint32_t b) {
+        const Side& s = sides[a];
+        const Side& t = sides[b];
+        if (s.left == t.left) return ccInsideRule::Orientation(t.left, t.right, s.right) < 0;
+        if (LexLess(t.left, s.left)) {
+            const int o = ccInsideRule::Orientation(t.left, t.right, s.left);
+            if (o == 0) touching = true;
+            return o < 0 || (o == 0 && a < b);
         }
-        begin = end;
+        const int o = ccInsideRule::Orientation(s.left, s.right, t.left);
+        if (o == 0) touching = true;
+        return o > 0 || (o == 0 && a < b);
+    };
+    std::set<uint32_t, decltype(below)> order(below);
+    std::vector<typename std::set<uint32_t, decltype(below)>::iterator> where(m, order.end());
+    const auto neighbours = [&](size_t i, size_t j) { return (i + 1) % m == j || (j + 1) % m == i; };
+    const auto meet = [&](uint32_t i, uint32_t j) {
+        return !neighbours(i, j) && SegmentsMeet(sides[i].left, sides[i].right, sides[j].left, sides[j].right);
+    };
+    std::vector<uint32_t> events(m);  // the vertices in the sweep's order
+    for (size_t i = 0; i < m; ++i) events[i] = static_cast<uint32_t>(i);
+    std::sort(events.begin(), events.end(), [&](uint32_t l, uint32_t r) { return LexLess(ring[l], ring[r]); });
+    for (const uint32_t v : events) {
+        const uint32_t incident[2] = {static_cast<uint32_t>((v + m - 1) % m), v};  // the sides into and out of v
+        for (const uint32_t s : incident) {
+            if (!(sides[s].right == ring[v])) continue;
+            auto it = where[s];
+            auto next = std::next(it);
+            if (it != order.begin() && next != order.end() && meet(*std::prev(it), *next)) return true;
+            order.erase(it);
+        }
+        for (const uint32_t s : incident) {
+            if (!(sides[s].left == ring[v])) continue;
+            const auto it = order.insert(s).first;
+            if (touching) return true;
+            where[s] = it;
+            if (it != order.begin() && meet(*std::prev(it), s)) return true;
+            if (std::next(it) != order.end() && meet(s, *std::next(it))) return true;
+        }
     }
     return false;
 }

@@ -108,11 +108,9 @@ public:
     // sides overlap along more than their shared vertex (a side folded back on the one
     // before it). Sides of zero length (repeated vertices) are skipped: they are part of
     // their neighbours. Exact. Fewer than 3 distinct consecutive vertices are never
-    // complex. Buckets the sides in a uniform grid of square cells about as long as the
-    // mean side and tests only sides that share a cell: close to linear for polygons whose
-    // sides are short against their spacing, quadratic in the number of sides that crowd
-    // into one cell (many long sides close together, a spiky star of 10^5 vertices takes
-    // seconds). BadGeom for a non-finite vertex.
+    // complex. A vertex met twice makes it complex; otherwise a sweep over x keeps the
+    // sides it crosses in order and tests sides as they become neighbours (the first
+    // meeting point is always found): O(n log n). BadGeom for a non-finite vertex.
     bool IsComplex() const;
     // Whether the polygon is identical to the convex hull of its vertices: after dropping
     // repeated consecutive vertices and vertices in the middle of a straight run (which
