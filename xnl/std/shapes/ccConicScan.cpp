@@ -185,13 +185,29 @@ void ccConicScan::RowSpan(int32_t row, int32_t& first, int32_t& end) const noexc
     const double root = disc > 0 ? std::sqrt(disc) : 0.0;
     const double mid = center_.X() - p * inverseTwoA;
     const double half = root * inverseTwoA;
-    // |sqrt(u) - sqrt(v)| <= |u - v| / sqrt(u) away from the tangent rows, which spares a
-    // second square root on almost every row; near them sqrt(|u - v|) bounds it.
-    const double rootError = disc > 4 * discError ? discError / root : std::sqrt(discError);
-    const double tol = (rootError + 8 * kEps * (root + std::fabs(p))) * inverseTwoA +
-                       8 * kEps * (std::fabs(center_.X()) + std::fabs(mid) + half) + 1e-300;
     const double xl = mid - half;
     const double xr = mid + half;
+    // The limits' error bound: the rounding of mid and half, plus that of the root, which
+    // is at most |u - v| / sqrt(u) away from the tangent rows and sqrt(|u - v|) near them.
+    const double rounding = 8 * kEps * ((root + std::fabs(p)) * inverseTwoA + std::fabs(center_.X()) + std::fabs(mid) + half) + 1e-300;
+    const double scale = root * (2.0 * a_);
+    // Unless the two limits' uncertain zones could overlap (then the slower path below).
+    if (disc > 4 * discError && (xr - xl) * scale > 2 * (discError + rounding * scale)) [[likely]] {
+        // Compared multiplied by the root, which spares a division on every row.
+        first = RoughFirstCentre(xl);
+        end = RoughFirstCentre(xr);
+        const auto near = [&](double limit, int32_t index) {
+            const double distance = std::min(ccInsideRule::Centre(index) - limit, limit - ccInsideRule::Centre(index - 1));
+            return distance * scale <= discError + rounding * scale;
+        };
+        if (near(xl, first) || near(xr, end)) {
+            const double tol = discError / root * inverseTwoA + rounding;
+            if (near(xl, first)) first = Settle(row, xl, tol, true);
+            if (near(xr, end)) end = Settle(row, xr, tol, false);
+        }
+        return;
+    }
+    const double tol = std::sqrt(discError) * inverseTwoA + rounding;
     if (xr - xl <= 2 * tol) {
         // The two limits' uncertain zones overlap: decide every centre there.
         const double cy = ccInsideRule::Centre(row);
