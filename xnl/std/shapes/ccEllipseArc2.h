@@ -68,7 +68,7 @@ public:
     UnitCircleParams GetUnitCircleParams() const noexcept;
     void SetFromUnitCircleParams(double unitAngleStart, double unitAngleSpan, const cc2XformLinear& ellipseFromUnitCircle);
 
-    // The point and derivative at the angle t.
+    // The point at the angle t.
     cc2Vect PointAtAngle(double t) const noexcept;
     // The arc length from the start to the angle t (t between start and end).
     double LengthToAngle(double t) const;

@@ -5,8 +5,8 @@
 // from t0 to t1 (negative when t1 < t0), any number of turns. Within a quarter turn the
 // integral from the nearest quarter point is an incomplete integral of the second kind,
 // written as R_F and R_D with parameters that make both terms positive, so that nothing
-// cancels; whole quarters use the complete integral. Relative error below 1e-13 for radii
-// ratios down to 1e-6.
+// cancels; whole quarters use the complete integral. Tested against a long-double integral
+// to 1e-12 relative for radii ratios down to 1e-6.
 #pragma once
 
 class ccEllipticIntegral {

@@ -52,7 +52,7 @@ public:
 
     double Area() const noexcept;
     double Perimeter() const;
-    // The four corners of the outline: start arc's start and end, end arc's start and end.
+    // The point at `angle` of the ellipse scaled by `scale` (1: the start arc's, k: the end arc's).
     cc2Vect InnerOrOuterPoint(double scale, double angle) const noexcept;
     bool Within(const cc2Vect& point) const;
     cc2Vect NearestPoint(const cc2Vect& point) const;
