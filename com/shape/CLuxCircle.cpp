@@ -6,6 +6,7 @@
 #include <string>
 
 #include "com/core/MessageTable.h"
+#include "com/core/impl/ParameterChanges.h"
 #include "com/shape/ShapeFactory.h"
 #include "com/transform/CLuxTransform2DLinear.h"
 #include "persist/ccArchive.h"
@@ -108,21 +109,12 @@ void CLuxCircle::PersistShapeState(core::ArchiveAccess& archive) {
 }
 
 int32_t CLuxCircle::StoreLocked(const Params& next, double& announced) noexcept {
-    struct Field {
-        double before, after;
-        int32_t stateId;
-    };
-    const Field fields[] = {
+    const core::ParameterChange changes[] = {
         {params_.centerX, next.centerX, luxCircle_CenterX},
         {params_.centerY, next.centerY, luxCircle_CenterY},
         {params_.radius, next.radius, luxCircle_Radius},
     };
-    int32_t stateId = luxState_Undefined;
-    for (const Field& field : fields) {
-        if (field.before == field.after) continue;
-        stateId = stateId == luxState_Undefined ? field.stateId : luxState_MoreThanOneStateIDChanged;
-        announced = field.after;
-    }
+    const int32_t stateId = core::AnnouncedStateId(changes, announced);
     if (stateId != luxState_Undefined) {
         params_ = next;
         core_ = nullptr;

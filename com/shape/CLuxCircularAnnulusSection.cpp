@@ -6,6 +6,7 @@
 
 #include "com/core/MessageTable.h"
 #include "com/core/ccCOMError.h"
+#include "com/core/impl/ParameterChanges.h"
 #include "com/shape/ShapeFactory.h"
 #include "com/transform/CLuxTransform2DLinear.h"
 #include "persist/ccArchive.h"
@@ -242,11 +243,7 @@ void CLuxCircularAnnulusSection::PersistShapeState(core::ArchiveAccess& archive)
 int32_t CLuxCircularAnnulusSection::StoreLocked(const Params& next, const ccShapePtrh& core,
                                                 double& announced) noexcept {
     const Params& before = params_;
-    struct Field {
-        double before, after;
-        int32_t stateId;
-    };
-    const Field fields[] = {
+    const core::ParameterChange changes[] = {
         {before.centerX, next.centerX, luxCircularAnnulusSection_CenterX},
         {before.centerY, next.centerY, luxCircularAnnulusSection_CenterY},
         {before.radius, next.radius, luxCircularAnnulusSection_Radius},
@@ -254,12 +251,7 @@ int32_t CLuxCircularAnnulusSection::StoreLocked(const Params& next, const ccShap
         {before.angleSpan, next.angleSpan, luxCircularAnnulusSection_AngleSpan},
         {before.radialScale, next.radialScale, luxCircularAnnulusSection_RadialScale},
     };
-    int32_t stateId = luxState_Undefined;
-    for (const Field& field : fields) {
-        if (field.before == field.after) continue;
-        stateId = stateId == luxState_Undefined ? field.stateId : luxState_MoreThanOneStateIDChanged;
-        announced = field.after;
-    }
+    const int32_t stateId = core::AnnouncedStateId(changes, announced);
     params_ = next;
     core_ = core;
     return stateId;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "com/core/MessageTable.h"
+#include "com/core/impl/ParameterChanges.h"
 #include "com/shape/CLuxEllipticalArc.h"
 #include "com/shape/ShapeFactory.h"
 #include "com/transform/CLuxTransform2DLinear.h"
@@ -211,23 +212,14 @@ void CLuxCircularArc::PersistShapeState(core::ArchiveAccess& archive) {
 
 int32_t CLuxCircularArc::StoreLocked(const Params& next, double& announced) noexcept {
     const Params& before = params_;
-    struct Field {
-        double before, after;
-        int32_t stateId;
-    };
-    const Field fields[] = {
+    const core::ParameterChange changes[] = {
         {before.centerX, next.centerX, luxCircularArc_CenterX},
         {before.centerY, next.centerY, luxCircularArc_CenterY},
         {before.radius, next.radius, luxCircularArc_Radius},
         {before.angleStart, next.angleStart, luxCircularArc_AngleStart},
         {before.angleSpan, next.angleSpan, luxCircularArc_AngleSpan},
     };
-    int32_t stateId = luxState_Undefined;
-    for (const Field& field : fields) {
-        if (field.before == field.after) continue;
-        stateId = stateId == luxState_Undefined ? field.stateId : luxState_MoreThanOneStateIDChanged;
-        announced = field.after;
-    }
+    const int32_t stateId = core::AnnouncedStateId(changes, announced);
     params_ = next;
     return stateId;
 }

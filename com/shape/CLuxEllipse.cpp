@@ -5,6 +5,7 @@
 #include <string>
 
 #include "com/core/MessageTable.h"
+#include "com/core/impl/ParameterChanges.h"
 #include "com/shape/ShapeFactory.h"
 #include "com/transform/CLuxTransform2DLinear.h"
 #include "persist/ccArchive.h"
@@ -198,23 +199,14 @@ void CLuxEllipse::PersistShapeState(core::ArchiveAccess& archive) {
 int32_t CLuxEllipse::StoreLocked(const ccEllipse2Ptrh& next, double& announced) noexcept {
     const Params after = ParamsOf(*next);
     const Params& before = params_;
-    struct Field {
-        double before, after;
-        int32_t stateId;
-    };
-    const Field fields[] = {
+    const core::ParameterChange changes[] = {
         {before.centerX, after.centerX, luxEllipse_CenterX},
         {before.centerY, after.centerY, luxEllipse_CenterY},
         {before.radiusX, after.radiusX, luxEllipse_RadiusX},
         {before.radiusY, after.radiusY, luxEllipse_RadiusY},
         {before.rotation, after.rotation, luxEllipse_Rotation},
     };
-    int32_t stateId = luxState_Undefined;
-    for (const Field& field : fields) {
-        if (field.before == field.after) continue;
-        stateId = stateId == luxState_Undefined ? field.stateId : luxState_MoreThanOneStateIDChanged;
-        announced = field.after;
-    }
+    const int32_t stateId = core::AnnouncedStateId(changes, announced);
     params_ = after;
     core_ = next;
     return stateId;

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "com/core/MessageTable.h"
+#include "com/core/impl/ParameterChanges.h"
 #include "com/shape/ShapeFactory.h"
 #include "com/transform/CLuxTransform2DLinear.h"
 #include "persist/ccArchive.h"
@@ -251,11 +252,7 @@ void CLuxEllipticalAnnulusSection::PersistShapeState(core::ArchiveAccess& archiv
 int32_t CLuxEllipticalAnnulusSection::StoreLocked(const Params& next, const ccShapePtrh& core,
                                                   double& announced) noexcept {
     const Params& before = params_;
-    struct Field {
-        double before, after;
-        int32_t stateId;
-    };
-    const Field fields[] = {
+    const core::ParameterChange changes[] = {
         {before.centerX, next.centerX, luxEllipticalAnnulusSection_CenterX},
         {before.centerY, next.centerY, luxEllipticalAnnulusSection_CenterY},
         {before.radiusX, next.radiusX, luxEllipticalAnnulusSection_RadiusX},
@@ -265,12 +262,7 @@ int32_t CLuxEllipticalAnnulusSection::StoreLocked(const Params& next, const ccSh
         {before.angleSpan, next.angleSpan, luxEllipticalAnnulusSection_AngleSpan},
         {before.radialScale, next.radialScale, luxEllipticalAnnulusSection_RadialScale},
     };
-    int32_t stateId = luxState_Undefined;
-    for (const Field& field : fields) {
-        if (field.before == field.after) continue;
-        stateId = stateId == luxState_Undefined ? field.stateId : luxState_MoreThanOneStateIDChanged;
-        announced = field.after;
-    }
+    const int32_t stateId = core::AnnouncedStateId(changes, announced);
     params_ = next;
     core_ = core;
     return stateId;

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "com/core/MessageTable.h"
+#include "com/core/impl/ParameterChanges.h"
 #include "com/shape/ShapeFactory.h"
 #include "com/transform/CLuxTransform2DLinear.h"
 #include "persist/ccArchive.h"
@@ -198,11 +199,7 @@ void CLuxEllipticalArc::PersistShapeState(core::ArchiveAccess& archive) {
 
 int32_t CLuxEllipticalArc::StoreLocked(const Params& next, double& announced) noexcept {
     const Params& before = params_;
-    struct Field {
-        double before, after;
-        int32_t stateId;
-    };
-    const Field fields[] = {
+    const core::ParameterChange changes[] = {
         {before.centerX, next.centerX, luxEllipticalArc_CenterX},
         {before.centerY, next.centerY, luxEllipticalArc_CenterY},
         {before.radiusX, next.radiusX, luxEllipticalArc_RadiusX},
@@ -211,12 +208,7 @@ int32_t CLuxEllipticalArc::StoreLocked(const Params& next, double& announced) no
         {before.angleStart, next.angleStart, luxEllipticalArc_AngleStart},
         {before.angleSpan, next.angleSpan, luxEllipticalArc_AngleSpan},
     };
-    int32_t stateId = luxState_Undefined;
-    for (const Field& field : fields) {
-        if (field.before == field.after) continue;
-        stateId = stateId == luxState_Undefined ? field.stateId : luxState_MoreThanOneStateIDChanged;
-        announced = field.after;
-    }
+    const int32_t stateId = core::AnnouncedStateId(changes, announced);
     params_ = next;
     return stateId;
 }

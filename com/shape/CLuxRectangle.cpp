@@ -3,6 +3,7 @@
 #include <array>
 #include <string>
 
+#include "com/core/impl/ParameterChanges.h"
 #include "com/shape/ShapeFactory.h"
 #include "com/transform/CLuxTransform2DLinear.h"
 #include "persist/ccArchive.h"
@@ -97,15 +98,13 @@ void CLuxRectangle::PersistShapeState(core::ArchiveAccess& archive) {
 }
 
 int32_t CLuxRectangle::StoreLocked(const Params& next, double& announced) noexcept {
-    const double before[4] = {params_.x, params_.y, params_.width, params_.height};
-    const double after[4] = {next.x, next.y, next.width, next.height};
-    static constexpr int32_t kStateIds[4] = {luxRectangle_X, luxRectangle_Y, luxRectangle_Width, luxRectangle_Height};
-    int32_t stateId = luxState_Undefined;
-    for (int i = 0; i < 4; ++i) {
-        if (before[i] == after[i]) continue;
-        stateId = stateId == luxState_Undefined ? kStateIds[i] : luxState_MoreThanOneStateIDChanged;
-        announced = after[i];
-    }
+    const core::ParameterChange changes[] = {
+        {params_.x, next.x, luxRectangle_X},
+        {params_.y, next.y, luxRectangle_Y},
+        {params_.width, next.width, luxRectangle_Width},
+        {params_.height, next.height, luxRectangle_Height},
+    };
+    const int32_t stateId = core::AnnouncedStateId(changes, announced);
     params_ = next;
     return stateId;
 }

@@ -7,6 +7,7 @@
 #include <typeinfo>
 
 #include "com/core/MessageTable.h"
+#include "com/core/impl/ParameterChanges.h"
 #include "com/shape/ShapeFactory.h"
 #include "com/transform/CLuxTransform2DLinear.h"
 #include "persist/ccArchive.h"
@@ -232,11 +233,7 @@ void CLuxRectangleAffine::PersistShapeState(core::ArchiveAccess& archive) {
 int32_t CLuxRectangleAffine::StoreLocked(const ccAffineRectanglePtrh& next, double& announced) noexcept {
     const Params after = ParamsOf(*next);
     const Params& before = params_;
-    struct Field {
-        double before, after;
-        int32_t stateId;
-    };
-    const Field fields[] = {
+    const core::ParameterChange changes[] = {
         {before.centerX, after.centerX, luxRectangleAffine_CenterX},
         {before.centerY, after.centerY, luxRectangleAffine_CenterY},
         {before.sideX, after.sideX, luxRectangleAffine_SideXLength},
@@ -245,12 +242,7 @@ int32_t CLuxRectangleAffine::StoreLocked(const ccAffineRectanglePtrh& next, doub
         {before.rotation, after.rotation, luxState_MoreThanOneStateIDChanged},
         {before.skew, after.skew, luxState_MoreThanOneStateIDChanged},
     };
-    int32_t stateId = luxState_Undefined;
-    for (const Field& field : fields) {
-        if (field.before == field.after) continue;
-        stateId = stateId == luxState_Undefined ? field.stateId : luxState_MoreThanOneStateIDChanged;
-        announced = field.after;
-    }
+    const int32_t stateId = core::AnnouncedStateId(changes, announced);
     params_ = after;
     core_ = next;
     return stateId;
