@@ -197,7 +197,7 @@ void ccConicScan::RowSpan(int32_t row, int32_t& first, int32_t& end) const noexc
         first = RoughFirstCentre(xl);
         end = RoughFirstCentre(xr);
         const auto near = [&](double limit, int32_t index) {
-            const double distance = std::min(ccInsideRule::Centre(index) - limit, limit - ccInsideRule::Centre(index - 1));
+            const double distance = std::min(ccInsideRule::Centre(index) - limit, limit - (ccInsideRule::Centre(index) - 1.0));
             return distance * scale <= discError + rounding * scale;
         };
         if (near(xl, first) || near(xr, end)) {
@@ -227,9 +227,9 @@ void ccConicScan::RowSpan(int32_t row, int32_t& first, int32_t& end) const noexc
     first = RoughFirstCentre(xl);
     end = RoughFirstCentre(xr);
     // Only when a centre lies within the bound of a limit can rounding have decided it.
-    if (ccInsideRule::Centre(first) - xl <= tol || xl - ccInsideRule::Centre(first - 1) <= tol)
+    if (ccInsideRule::Centre(first) - xl <= tol || xl - (ccInsideRule::Centre(first) - 1.0) <= tol)
         first = Settle(row, xl, tol, true);
-    if (ccInsideRule::Centre(end) - xr <= tol || xr - ccInsideRule::Centre(end - 1) <= tol)
+    if (ccInsideRule::Centre(end) - xr <= tol || xr - (ccInsideRule::Centre(end) - 1.0) <= tol)
         end = Settle(row, xr, tol, false);
 }
 

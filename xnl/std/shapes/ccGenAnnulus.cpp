@@ -69,7 +69,7 @@ struct HalfPlane {
         const double tol = 8 * kEps * (std::fabs(center.X()) + std::fabs(xb) + std::fabs(wx * dy / wy)) + 1e-300;
         // Inside to the right of the crossing when wy < 0, to its left otherwise.
         int32_t limit = ccInsideRule::FirstCentreAtOrAfter(xb);
-        if (ccInsideRule::Centre(limit) - xb <= tol || xb - ccInsideRule::Centre(limit - 1) <= tol) {
+        if (ccInsideRule::Centre(limit) - xb <= tol || xb - (ccInsideRule::Centre(limit) - 1.0) <= tol) {
             int32_t i = ccInsideRule::FirstCentreAtOrAfter(xb - tol);
             const int32_t last = ccInsideRule::FirstCentreAtOrAfter(xb + tol);
             const bool rightInside = wy < 0;
