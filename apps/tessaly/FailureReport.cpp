@@ -23,7 +23,17 @@ std::string TakeDescription() {
 
 }  // namespace
 
+std::string FailureReport::Code(HRESULT result) {
+    char code[16];
+    std::snprintf(code, sizeof code, "0x%08" PRIX32, static_cast<uint32_t>(result));
+    return code;
+}
+
 std::string FailureReport::Reason(std::string_view file, HRESULT result) {
+    return Description(file, result) + " (" + Code(result) + ")";
+}
+
+std::string FailureReport::Description(std::string_view file, HRESULT result) {
     std::string description = TakeDescription();
     if (description.empty()) description = core::MessageTable::ResultText(result);
     const std::string prefix = std::string(file) + ": ";
@@ -43,9 +53,7 @@ std::string FailureReport::Reason(std::string_view file, HRESULT result) {
         }
         reason += line;
     }
-    char code[16];
-    std::snprintf(code, sizeof code, "0x%08" PRIX32, static_cast<uint32_t>(result));
-    return reason + " (" + code + ")";
+    return reason;
 }
 
 int FailureReport::Print(std::ostream& errors, std::string_view file, HRESULT result) {

@@ -22,6 +22,12 @@ public:
     // The reason alone: the description in one line, without the file name where the
     // description repeats it, and the code in hex.
     static std::string Reason(std::string_view file, HRESULT result);
+
+    // The reason without the code. Takes the thread's error info.
+    static std::string Description(std::string_view file, HRESULT result);
+
+    // "0x8004C104".
+    static std::string Code(HRESULT result);
 };
 
 }  // namespace tessaly::cli

@@ -5,12 +5,15 @@
 #include <string_view>
 #include <vector>
 
+#include <unistd.h>
+
 #include "ArchiveConverter.h"
 #include "ArchiveDumper.h"
 #include "DemoCommand.h"
 #include "FailureReport.h"
 #include "ImageCommand.h"
 #include "InspectCommand.h"
+#include "RunCommand.h"
 #include "TypeLibraryBrowser.h"
 #include "TessalyCore.h"
 #include "com/core/ObjectPersistence.h"
@@ -38,6 +41,8 @@ void PrintUsage(std::ostream& out) {
            "  inspect IMAGE --region REGION [--space NAME] [--overlay OUT.png]\n"
            "                   statistics of the pixels under a region (affine, rect, circle, ellipse,\n"
            "                   annulus or polygon: see inspect --help), and the region drawn over the image\n"
+           "  run TOOL_ARCHIVE IMAGE_OR_FOLDER... [--csv OUT] [--overlays DIR]\n"
+           "                   run a saved tool on image files, one CSV row per file\n"
            "  demo [IMAGE] [--out DIR]\n"
            "                   one inspection request from start to end, with its files\n"
            "  help             print this text\n";
@@ -124,6 +129,8 @@ int main(int argc, char** argv) {
     if (command == "convert") return RunConvert(argc - 2, argv + 2);
     if (command == "image") return tessaly::cli::ImageCommand::Run(argc - 2, argv + 2, std::cout, std::cerr);
     if (command == "inspect") return tessaly::cli::InspectCommand::Run(argc - 2, argv + 2, std::cout, std::cerr);
+    if (command == "run")
+        return tessaly::cli::RunCommand::Run(argc - 2, argv + 2, std::cout, std::cerr, isatty(STDERR_FILENO));
     if (command == "demo") return tessaly::cli::DemoCommand::Run(argc - 2, argv + 2, std::cout, std::cerr);
     if (command == "help" || command == "--help" || command == "-h") {
         PrintUsage(std::cout);
