@@ -8,15 +8,15 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "FailureReport.h"
-#include "RegionReport.h"
 #include "com/core/MethodGuard.h"
 #include "com/core/ObjectPersistence.h"
 #include "com/core/ccCOMError.h"
 #include "com/image/files/ImageFileObjects.h"
+#include "platform/SafeArray.h"
 #include "com/shape/Overlay.h"
-#include "com/shape/RegionInImage.h"
 #include "com/transform/CLuxTransform2DLinear.h"
 #include "platform/Bstr.h"
 #include "platform/ClassTable.h"
@@ -32,6 +32,8 @@ constexpr int32_t kPatternWidth = 640;
 constexpr int32_t kPatternHeight = 480;
 constexpr double kFixtureDegrees = 20.0;
 constexpr double kFixtureScale = 1.5;
+// The tool's limits on the mean grey value under the region.
+constexpr double kRejectLow = 32, kWarnLow = 64, kWarnHigh = 192, kRejectHigh = 224;
 
 constexpr const char* kHelp =
     "\n"
@@ -39,12 +41,14 @@ constexpr const char* kHelp =
     "  - makes a 640 x 480 8-bit test image (a ramp under a checkerboard), or reads IMAGE\n"
     "  - adds a space \"Fixture\" to the image's space tree, rotated 20 degrees and scaled\n"
     "    1.5 against the pixels, its origin on the image's centre\n"
-    "  - places an affine rectangle in \"Fixture\", maps it into the pixels, rasterises it\n"
-    "    and measures the pixels under it (the table of `tessaly inspect`)\n"
+    "  - places an affine rectangle in \"Fixture\"\n"
+    "  - gives image and region to a LuxRegionStatisticsTool with limits on the mean, runs\n"
+    "    it and prints its run status, its timings and its results\n"
     "  - writes into DIR (default: tessaly-demo in the current folder) demo.xml and\n"
-    "    demo.bin, the image, tree and region in one archive of each format, and\n"
-    "    overlay.png, the region over the image\n"
-    "  - loads both archives back and checks that the region's mask is the same\n";
+    "    demo.bin, the tool with its image, tree, region and results in one archive of\n"
+    "    each format, image.png, the image, and overlay.png, the region over the image\n"
+    "  - loads both archives back and runs the tool again, which must give the same\n"
+    "    results; `tessaly run DIR/demo.bin DIR/image.png` does the same from the files\n";
 
 std::string Fixed(double value, int decimals = 1) {
     char text[32];
@@ -80,28 +84,6 @@ ComPtr<I> Create(const char* progId) {
     return object;
 }
 
-template <class I>
-ComPtr<I> ItemOf(ILuxCollection* collection, const char* key) {
-    Variant item;
-    core::ThrowIfFailed(collection->get_Item(Variant(key).get(), item.Out()));
-    ComPtr<I> typed;
-    if (item.get().vt != VT_DISPATCH || !item.get().pdispVal)
-        throw ccStdError::Described(std::string("the archive holds no object under \"") + key + "\"");
-    core::ThrowIfFailed(item.get().pdispVal->QueryInterface(I::iid, typed.OutVoid()));
-    return typed;
-}
-
-struct Mask {
-    ccRLEBuffer runs;
-    int32_t x = 0, y = 0;
-    bool operator==(const Mask&) const = default;
-};
-
-Mask MaskOf(ILuxShape* region, ILuxImage* image) {
-    const ComPtr<image::CLuxRLEBuffer> mask = shape::RegionMaskInImage(region, image, 255, 0);
-    return Mask{mask->Core(), mask->X(), mask->Y()};
-}
-
 // The region as the pixels see it.
 std::string InPixels(ILuxShape* region, ILuxImage* image) {
     ComPtr<ILuxTransform2D> pixelFromFixture;
@@ -120,6 +102,102 @@ uint64_t FileSize(const std::filesystem::path& path) {
     std::error_code error;
     const auto size = std::filesystem::file_size(path, error);
     return error ? 0 : size;
+}
+
+// What a run of the tool left: its status and its results, read through its interface.
+struct RunResults {
+    HRESULT code = S_OK;
+    std::string text;
+    double timeRaw = 0, time = 0;
+    LONG area = 0, min = 0, max = 0, median = 0;
+    double mean = 0, deviation = 0;
+    std::vector<int32_t> histogram;
+
+    bool SameResults(const RunResults& other) const {
+        return code == other.code && area == other.area && min == other.min && max == other.max &&
+               median == other.median && mean == other.mean && deviation == other.deviation &&
+               histogram == other.histogram;
+    }
+};
+
+std::vector<int32_t> Counts(const VARIANT& value) {
+    if (value.vt != (VT_ARRAY | VT_I4) || !value.parray)
+        throw ccStdError::Described("the tool's Histogram is not an array of 4-byte counts");
+    void* data = nullptr;
+    core::ThrowIfFailed(SafeArrayAccessData(value.parray, &data));
+    const auto* counts = static_cast<const int32_t*>(data);
+    std::vector<int32_t> result(counts, counts + SafeArrayElementCount(value.parray));
+    SafeArrayUnaccessData(value.parray);
+    return result;
+}
+
+RunResults RunTool(ILuxRegionStatisticsTool* tool) {
+    core::ThrowIfFailed(tool->Run());
+    RunResults run;
+    ComPtr<ILuxRunStatus> status;
+    core::ThrowIfFailed(tool->get_RunStatus(status.Out()));
+    Bstr text;
+    core::ThrowIfFailed(status->get_ErrorCode(&run.code));
+    core::ThrowIfFailed(status->get_ErrorString(text.Out()));
+    core::ThrowIfFailed(status->get_TimeRaw(&run.timeRaw));
+    core::ThrowIfFailed(status->get_Time(&run.time));
+    run.text = text.str();
+    if (FAILED(run.code)) return run;
+    core::ThrowIfFailed(tool->get_Area(&run.area));
+    core::ThrowIfFailed(tool->get_Mean(&run.mean));
+    core::ThrowIfFailed(tool->get_StandardDeviation(&run.deviation));
+    core::ThrowIfFailed(tool->get_Min(&run.min));
+    core::ThrowIfFailed(tool->get_Max(&run.max));
+    core::ThrowIfFailed(tool->get_Median(&run.median));
+    Variant histogram;
+    core::ThrowIfFailed(tool->get_Histogram(histogram.Out()));
+    run.histogram = Counts(histogram.get());
+    return run;
+}
+
+const char* OutcomeName(HRESULT code) {
+    if (code == luxAnalysisPass) return "passed";
+    if (code == luxAnalysisWarn) return "warned";
+    if (code == luxAnalysisReject) return "rejected";
+    return FAILED(code) ? "failed" : "succeeded";
+}
+
+// The tool's histogram in 16 bins, empty ones at the ends left out.
+void PrintHistogram(std::ostream& out, const std::vector<int32_t>& counts) {
+    constexpr size_t kBins = 16;
+    if (counts.size() < kBins) return;
+    const size_t width = counts.size() / kBins;
+    std::vector<uint64_t> bins(kBins);
+    for (size_t value = 0; value < counts.size(); ++value) bins[std::min(value / width, kBins - 1)] += counts[value];
+    const uint64_t most = *std::max_element(bins.begin(), bins.end());
+    if (most == 0) return;
+    size_t first = 0, last = kBins - 1;
+    while (bins[first] == 0) ++first;
+    while (bins[last] == 0) --last;
+    out << "histogram  " << kBins << " bins of " << width << " values, empty ones at the ends left out\n";
+    for (size_t bin = first; bin <= last; ++bin) {
+        const std::string range = std::to_string(bin * width) + ".." + std::to_string(bin * width + width - 1);
+        char line[64];
+        std::snprintf(line, sizeof line, "  %13s %9llu", range.c_str(), static_cast<unsigned long long>(bins[bin]));
+        // Bars of up to 40 characters; any count above 0 shows at least one.
+        const size_t bar = static_cast<size_t>((bins[bin] * 40 + most - 1) / most);
+        out << line << (bar ? "  " + std::string(bar, '#') : std::string()) << '\n';
+    }
+}
+
+void PrintResults(std::ostream& out, const RunResults& run) {
+    char times[96];
+    std::snprintf(times, sizeof times, "TimeRaw %.3f ms, Time %.3f ms", run.timeRaw, run.time);
+    out << "run        status " << FailureReport::Code(run.code) << " " << OutcomeName(run.code)
+        << (run.text.empty() ? std::string() : ": " + run.text) << "\n"
+        << "           " << times << "\n\n";
+    if (FAILED(run.code)) return;
+    out << "area       " << run.area << " pixels\n"
+        << "mean       " << Fixed(run.mean, 2) << '\n'
+        << "std dev    " << Fixed(run.deviation, 2) << '\n'
+        << "min, max   " << run.min << ", " << run.max << '\n'
+        << "median     " << run.median << '\n';
+    PrintHistogram(out, run.histogram);
 }
 
 class Demo {
@@ -168,62 +246,76 @@ public:
              << Fixed(ly, 0) << "\n"
              << "           in pixels: " << InPixels(shape, image.get()) << '\n';
 
-        const Mask mask = MaskOf(shape, image.get());
-        out_ << "mask       " << mask.runs.NumRuns() << " runs in " << mask.runs.Height() << " rows, from pixel ("
-             << mask.x << ", " << mask.y << ")\n\n";
-        RegionReport::Measure(image.get(), mask.runs, mask.x, mask.y).Print(out_, true);
+        // The tool, measuring the pixels under the region and judging their mean.
+        const auto tool = Create<ILuxRegionStatisticsTool>("Tessaly.LuxRegionStatisticsTool");
+        ComPtr<ILuxRegion> asRegion;
+        core::ThrowIfFailed(region->QueryInterface(IID_ILuxRegion, asRegion.OutVoid()));
+        core::ThrowIfFailed(tool->putref_InputImage(image.get()));
+        core::ThrowIfFailed(tool->putref_Region(asRegion.get()));
+        core::ThrowIfFailed(tool->put_MeanLimitsEnabled(VARIANT_TRUE));
+        core::ThrowIfFailed(tool->put_MeanRejectLow(kRejectLow));
+        core::ThrowIfFailed(tool->put_MeanWarnLow(kWarnLow));
+        core::ThrowIfFailed(tool->put_MeanWarnHigh(kWarnHigh));
+        core::ThrowIfFailed(tool->put_MeanRejectHigh(kRejectHigh));
+        out_ << "tool       LuxRegionStatisticsTool on the image and region; the mean warns outside "
+             << Fixed(kWarnLow, 0) << ".." << Fixed(kWarnHigh, 0) << ", rejects outside " << Fixed(kRejectLow, 0)
+             << ".." << Fixed(kRejectHigh, 0) << "\n";
+        const RunResults run = RunTool(tool.get());
+        PrintResults(out_, run);
 
         // Files.
         file_ = folder_.string();
         std::filesystem::create_directories(folder_);
-        const auto graph = Create<ILuxCollection>("Tessaly.LuxCollection");
-        core::ThrowIfFailed(graph->Add(Variant(static_cast<IDispatch*>(image.get())).get(), Bstr("Image").get(), -1));
-        core::ThrowIfFailed(graph->Add(Variant(static_cast<IDispatch*>(tree.get())).get(), Bstr("Tree").get(), -1));
-        core::ThrowIfFailed(graph->Add(Variant(static_cast<IDispatch*>(shape)).get(), Bstr("Region").get(), -1));
         const std::filesystem::path xml = folder_ / "demo.xml", binary = folder_ / "demo.bin",
-                                    overlay = folder_ / "overlay.png";
-        Save(graph.get(), xml, luxPersistFormatXMLWithLineBreaks);
-        Save(graph.get(), binary, luxPersistFormatBinary);
+                                    picture = folder_ / "image.png", overlay = folder_ / "overlay.png";
+        Save(tool.get(), xml, luxPersistFormatXMLWithLineBreaks);
+        Save(tool.get(), binary, luxPersistFormatBinary);
+        file_ = picture.string();
+        core::ThrowIfFailed(image::SaveImageFile(image.get(), picture));
         file_ = overlay.string();
         ILuxShape* shapes[] = {shape};
-        const ComPtr<ILuxImage24PlanarColor> picture = shape::RenderOverlay(image.get(), shapes, {.tintRegions = true});
-        ComPtr<ILuxImage> pictureImage;
-        core::ThrowIfFailed(picture->QueryInterface(IID_ILuxImage, pictureImage.OutVoid()));
-        core::ThrowIfFailed(image::SaveImageFile(pictureImage.get(), overlay));
-        out_ << "\nwritten to " << folder_.string() << "/\n"
-             << "  demo.xml     image, tree and region, one XML archive (" << FileSize(xml) << " bytes)\n"
+        const ComPtr<ILuxImage24PlanarColor> drawn = shape::RenderOverlay(image.get(), shapes, {.tintRegions = true});
+        ComPtr<ILuxImage> drawnImage;
+        core::ThrowIfFailed(drawn->QueryInterface(IID_ILuxImage, drawnImage.OutVoid()));
+        core::ThrowIfFailed(image::SaveImageFile(drawnImage.get(), overlay));
+        const std::string folder = folder_.string();
+        out_ << "\nwritten to " << folder << "/\n"
+             << "  demo.xml     the tool with its image, tree, region and results, one XML archive (" << FileSize(xml)
+             << " bytes)\n"
              << "  demo.bin     the same, binary (" << FileSize(binary) << " bytes)\n"
+             << "  image.png    the image\n"
              << "  overlay.png  the region over the image\n";
 
         // Back from the files.
-        const bool xmlSame = LoadsTheSameMask(xml, mask);
-        const bool binarySame = LoadsTheSameMask(binary, mask);
-        if (xmlSame && binarySame) {
-            out_ << "loaded back: both archives give the same mask (" << mask.runs.NumRuns() << " runs)\n";
-            return 0;
+        const bool xmlSame = RunsTheSame(xml, run);
+        const bool binarySame = RunsTheSame(binary, run);
+        if (!xmlSame || !binarySame) {
+            out_ << "loaded back: the tool gives other results after loading "
+                 << (xmlSame ? "demo.bin" : binarySame ? "demo.xml" : "demo.xml and demo.bin") << '\n';
+            return FailureReport::kExitStatus;
         }
-        out_ << "loaded back: the region's mask differs after loading "
-             << (xmlSame ? "demo.bin" : binarySame ? "demo.xml" : "demo.xml and demo.bin") << '\n';
-        return FailureReport::kExitStatus;
+        out_ << "loaded back: both archives run again to the same results\n"
+             << "run again: tessaly run " << (folder_ / "demo.bin").string() << " " << picture.string() << '\n';
+        return 0;
     }
 
     const std::string& File() const noexcept { return file_; }
 
 private:
-    void Save(ILuxCollection* graph, const std::filesystem::path& path, int32_t format) {
+    void Save(IDispatch* tool, const std::filesystem::path& path, int32_t format) {
         file_ = path.string();
-        core::ThrowIfFailed(SaveObjectToFile(graph, file_, format, luxPersistOptionAll));
+        core::ThrowIfFailed(SaveObjectToFile(tool, file_, format, luxPersistOptionAll));
     }
 
-    bool LoadsTheSameMask(const std::filesystem::path& path, const Mask& expected) {
+    // Loads the tool and runs it on the image it was saved with.
+    bool RunsTheSame(const std::filesystem::path& path, const RunResults& expected) {
         file_ = path.string();
         ComPtr<IDispatch> root;
         core::ThrowIfFailed(LoadObjectFromFile(file_, luxPersistFormatAny, root.Out()));
-        ComPtr<ILuxCollection> graph;
-        core::ThrowIfFailed(root->QueryInterface(IID_ILuxCollection, graph.OutVoid()));
-        const auto image = ItemOf<ILuxImage>(graph.get(), "Image");
-        const auto region = ItemOf<ILuxShape>(graph.get(), "Region");
-        const bool same = MaskOf(region.get(), image.get()) == expected;
+        ComPtr<ILuxRegionStatisticsTool> tool;
+        core::ThrowIfFailed(root->QueryInterface(IID_ILuxRegionStatisticsTool, tool.OutVoid()));
+        const bool same = RunTool(tool.get()).SameResults(expected);
+        tool = nullptr;
         ClearObjectGraph(root.get());
         return same;
     }

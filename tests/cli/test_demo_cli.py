@@ -1,6 +1,7 @@
-"""`tessaly demo` run as a newcomer runs it: what it prints, the files it writes (archives
-that `tessaly dump` reads and that hold the image, the tree and the region, an overlay PNG
-of the image's size), its own image or one given, and its usage errors."""
+"""`tessaly demo` run as a newcomer runs it: what it prints (the tool's run status, timings
+and results), the files it writes (archives that `tessaly dump` reads and that hold the
+tool with its image, tree, region and results; the image; an overlay PNG of the image's
+size), its own image or one given, and its usage errors."""
 
 import os
 import re
@@ -41,17 +42,36 @@ class DemoCommandTest(unittest.TestCase):
         # The region is 160 x 120 in the fixture: 240 x 180 pixels, turned by 20 degrees,
         # centred on the image.
         self.assertIn("in pixels: centre (320.0, 240.0), sides 240.0 x 180.0, rotation 20.0 deg", out)
+        self.assertIn("tool       LuxRegionStatisticsTool", out)
+        self.assertIn("run        status 0x00000000 passed\n", out)
+        raw, total = map(float, re.search(r"^ +TimeRaw ([0-9.]+) ms, Time ([0-9.]+) ms$", out, re.M).groups())
+        self.assertGreater(raw, 0)
+        self.assertGreaterEqual(total, raw)
         area = int(re.search(r"^area +(\d+) pixels$", out, re.M).group(1))
         self.assertLess(abs(area - 240 * 180), 240 + 180)      # within a pixel of the edges
+        # The histogram's bins add up to the area.
+        bins = [int(m) for m in re.findall(r"^ +\d+\.\.\d+ +(\d+)", out, re.M)]
+        self.assertEqual(len(bins), 9)
+        self.assertEqual(sum(bins), area)
+        low, high = map(int, re.search(r"^min, max +(\d+), (\d+)$", out, re.M).groups())
+        self.assertLessEqual(low, int(re.search(r"^median +(\d+)$", out, re.M).group(1)))
         self.assertIn("written to tessaly-demo/", out)
-        self.assertTrue(out.endswith("loaded back: both archives give the same mask (%s runs)\n"
-                                     % re.search(r"^mask +(\d+) runs", out, re.M).group(1)), out)
+        self.assertTrue(out.endswith("loaded back: both archives run again to the same results\n"
+                                     "run again: tessaly run tessaly-demo/demo.bin tessaly-demo/image.png\n"), out)
         self.assertLess(len(out.splitlines()), 40)             # a first impression, not a log
-        for name in ("demo.xml", "demo.bin", "overlay.png"):
+        for name in ("demo.xml", "demo.bin", "image.png", "overlay.png"):
             self.assertTrue(os.path.getsize(self.path("tessaly-demo", name)) > 0, name)
         self.assertEqual(png_size(self.path("tessaly-demo", "overlay.png")), (640, 480, 2))
+        self.assertEqual(png_size(self.path("tessaly-demo", "image.png")), (640, 480, 0))
+        # What the last line suggests gives the results printed above.
+        again = run("run", "tessaly-demo/demo.bin", "tessaly-demo/image.png", cwd=self.folder.name)
+        self.assertEqual(again.returncode, 0, again.stderr)
+        row = again.stdout.splitlines()[1].split(",")
+        self.assertEqual(row[:3], ["tessaly-demo/image.png", "0x00000000", ""])
+        self.assertEqual(int(row[4]), area)
+        self.assertEqual((int(row[7]), int(row[8])), (low, high))
 
-    def test_the_archives_hold_image_tree_and_region(self):
+    def test_the_archives_hold_the_tool_with_image_tree_region_and_results(self):
         out = self.path("out")
         self.assertEqual(run("demo", "--out", out).returncode, 0)
         xml = run("dump", os.path.join(out, "demo.xml"))
@@ -59,14 +79,13 @@ class DemoCommandTest(unittest.TestCase):
         self.assertEqual(xml.returncode, 0, xml.stderr)
         self.assertEqual(xml.stdout, binary.stdout)
         dump = xml.stdout
-        self.assertTrue(dump.startswith("Tessaly.LuxCollection"), dump[:200])
-        for class_name in ("Tessaly.LuxImage8Grey", "Tessaly.LuxCoordinateSpaceTree", "Tessaly.LuxRectangleAffine"):
+        self.assertTrue(dump.startswith("Tessaly.LuxRegionStatisticsTool"), dump[:200])
+        for class_name in ("Tessaly.LuxImage8Grey", "Tessaly.LuxCoordinateSpaceTree", "Tessaly.LuxRectangleAffine",
+                           "Tessaly.LuxRunStatus"):
             self.assertIn(class_name, dump)
         self.assertIn('"Fixture"', dump)
-        # The tree is saved once, and the collection's entry refers to the image's.
-        tree_id = re.search(r"CoordinateSpaceTree: DISPATCH = Tessaly\.LuxCoordinateSpaceTree\S* \(id (\d+)\)", dump)
-        self.assertIsNotNone(tree_id, dump[:2000])
-        self.assertIn(f"DISPATCH -> id {tree_id.group(1)}", dump)
+        self.assertRegex(dump, r"\n  Area: I4 = \d+\n")
+        self.assertRegex(dump, r"\n  MeanWarnLow: R8 = 64\n")
 
     def test_a_given_image_and_the_same_run_twice(self):
         image = self.path("small.pgm")
@@ -86,6 +105,9 @@ class DemoCommandTest(unittest.TestCase):
         result = run("demo", tiny, "--out", self.path("tiny"))
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertIn("area       1 pixels\nmean       128.00\n", result.stdout)
+        self.assertIn("run        status 0x00000000 passed\n", result.stdout)
+        self.assertIn("run again: tessaly run %s %s\n" % (self.path("tiny", "demo.bin"), self.path("tiny", "image.png")),
+                      result.stdout)
 
     def test_failures_and_usage_errors(self):
         missing = self.path("missing.png")
