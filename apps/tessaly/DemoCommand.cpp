@@ -257,7 +257,7 @@ public:
         core::ThrowIfFailed(tool->put_MeanWarnLow(kWarnLow));
         core::ThrowIfFailed(tool->put_MeanWarnHigh(kWarnHigh));
         core::ThrowIfFailed(tool->put_MeanRejectHigh(kRejectHigh));
-        out_ << "tool       LuxRegionStatisticsTool on the image and region; the mean warns outside "
+        out_ << "tool       LuxRegionStatisticsTool; its mean warns outside "
              << Fixed(kWarnLow, 0) << ".." << Fixed(kWarnHigh, 0) << ", rejects outside " << Fixed(kRejectLow, 0)
              << ".." << Fixed(kRejectHigh, 0) << "\n";
         const RunResults run = RunTool(tool.get());
