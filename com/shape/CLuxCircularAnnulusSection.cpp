@@ -39,17 +39,20 @@ void CheckFinite(std::initializer_list<Named> arguments) {
             throw ccStdError::BadArgument(argument.name, core::ids_Core_InvalidArg_1, {argument.name});
 }
 
-bool ValidDirection(int32_t value) noexcept {
-    return value >= luxCircularAnnulusSectionDirectionAdornmentNone &&
-           value <= luxCircularAnnulusSectionDirectionAdornmentSolidArrow;
-}
-bool ValidCenterArc(int32_t value) noexcept {
-    return value >= luxCircularAnnulusSectionCenterArcAdornmentNone &&
-           value <= luxCircularAnnulusSectionCenterArcAdornmentDottedArc;
-}
-
 const char* const kKeys[6] = {"CenterX", "CenterY", "Radius", "AngleStart", "AngleSpan", "RadialScale"};
-const char* const kAdornmentKeys[3] = {"ArcDirectionAdornment", "RadialDirectionAdornment", "CenterArcAdornment"};
+
+enum Adornment : size_t { kArcDirection, kRadialDirection, kCenterArc };
+const core::EnumeratedSetting kAdornments[] = {
+    core::RangeSetting("ArcDirectionAdornment", luxCircularAnnulusSection_ArcDirectionAdornment,
+                       luxCircularAnnulusSectionDirectionAdornmentNone,
+                       luxCircularAnnulusSectionDirectionAdornmentSolidArrow, "is not an adornment"),
+    core::RangeSetting("RadialDirectionAdornment", luxCircularAnnulusSection_RadialDirectionAdornment,
+                       luxCircularAnnulusSectionDirectionAdornmentNone,
+                       luxCircularAnnulusSectionDirectionAdornmentSolidArrow, "is not an adornment"),
+    core::RangeSetting("CenterArcAdornment", luxCircularAnnulusSection_CenterArcAdornment,
+                       luxCircularAnnulusSectionCenterArcAdornmentNone,
+                       luxCircularAnnulusSectionCenterArcAdornmentDottedArc, "is not an adornment"),
+};
 const char* const kFractionKey = "ManipArcFraction";
 
 [[noreturn]] void RefuseStored(const char* key, const char* why) {
@@ -70,6 +73,8 @@ ccEllipseAnnulusPtrh EllipticalCoreOf(const Params& p) {
 }
 
 }  // namespace
+
+std::span<const core::EnumeratedSetting> CLuxCircularAnnulusSection::EnumeratedGraphics() { return kAdornments; }
 
 ccShapePtrh CLuxCircularAnnulusSection::NewCore(const Params& p) {
     auto core = ccShapePtrh(new ccAnnulus(cc2Vect(p.centerX, p.centerY), p.radius, p.angleStart, p.angleSpan,
@@ -120,46 +125,35 @@ int32_t CLuxCircularAnnulusSection::SetFromCoreShape(const ccShape& shape) {
 }
 
 void CLuxCircularAnnulusSection::CopyGeometryFrom(const CLuxCircularAnnulusSection& source) {
-    // The graphic settings travel too; TakeCommonState, which every copy calls next, drops
-    // them unless the copy flags select the basic graphics.
     Params params;
     ccShapePtrh_const core;
-    AnnulusSectionGraphics graphics;
     {
         core::ObjectLock::Guard guard(source.Lock());
         params = source.params_;
         core = source.core_;
-        graphics = source.sectionGraphics_;
     }
     core::ObjectLock::Guard guard(Lock());
     params_ = params;
     core_ = core;
-    sectionGraphics_ = graphics;
 }
 
-void CLuxCircularAnnulusSection::TakeCommonState(const core::ShapeCommonState& source, int32_t copyFlags) {
-    Base::TakeCommonState(source, copyFlags);
-    if (copyFlags & luxCopyShapeBasicGraphics) return;
+double CLuxCircularAnnulusSection::ManipArcFraction() const {
     core::ObjectLock::Guard guard(Lock());
-    sectionGraphics_ = AnnulusSectionGraphics{};
+    return manipArcFraction_;
 }
 
-AnnulusSectionGraphics CLuxCircularAnnulusSection::SectionGraphics() const {
+void CLuxCircularAnnulusSection::TakeManipArcFraction(double fraction) {
     core::ObjectLock::Guard guard(Lock());
-    return sectionGraphics_;
+    manipArcFraction_ = fraction;
 }
 
-void CLuxCircularAnnulusSection::TakeSectionGraphics(const AnnulusSectionGraphics& graphics) {
-    core::ObjectLock::Guard guard(Lock());
-    sectionGraphics_ = graphics;
-}
-
-void CLuxCircularAnnulusSection::LendGraphicsTo(IUnknown* shape, int32_t copyFlags) const {
+void CLuxCircularAnnulusSection::LendGraphicsTo(core::ShapeImplementation& made, int32_t copyFlags) const {
+    Base::LendGraphicsTo(made, copyFlags);
     if (!(copyFlags & luxCopyShapeBasicGraphics)) return;
-    if (CLuxCircularAnnulusSection* circular = ImplementationOf(shape)) {
-        if (circular != this) circular->TakeSectionGraphics(SectionGraphics());
-    } else if (CLuxEllipticalAnnulusSection* elliptical = CLuxEllipticalAnnulusSection::ImplementationOf(shape)) {
-        elliptical->TakeSectionGraphics(SectionGraphics());
+    if (auto* circular = dynamic_cast<CLuxCircularAnnulusSection*>(&made)) {
+        if (circular != this) circular->TakeManipArcFraction(ManipArcFraction());
+    } else if (auto* elliptical = dynamic_cast<CLuxEllipticalAnnulusSection*>(&made)) {
+        elliptical->TakeManipArcFraction(ManipArcFraction());
     }
 }
 
@@ -182,11 +176,9 @@ void CLuxCircularAnnulusSection::PersistShapeState(core::ArchiveAccess& archive)
             double v = values[i];
             archive.Persist(kKeys[i], v);
         }
-        double fraction = sectionGraphics_.manipArcFraction;
+        double fraction = manipArcFraction_;
         archive.Persist(kFractionKey, fraction);
-        int32_t adornments[3] = {sectionGraphics_.arcDirection, sectionGraphics_.radialDirection,
-                                 sectionGraphics_.centerArc};
-        for (int i = 0; i < 3; ++i) archive.Persist(kAdornmentKeys[i], adornments[i]);
+        PersistEnumeratedGraphics(archive);
         return;
     }
     // Each value is checked on its own (valid values make a valid section whatever the
@@ -207,7 +199,7 @@ void CLuxCircularAnnulusSection::PersistShapeState(core::ArchiveAccess& archive)
         if (i == 5 && !(v > 0 && v != 1)) RefuseStored(kKeys[i], "is not greater than 0 and other than 1");
         *fields[i] = v;
     }
-    AnnulusSectionGraphics graphics = sectionGraphics_;
+    double fraction = manipArcFraction_;
     {
         Variant value;
         if (archive.Read(kFractionKey, value)) {
@@ -217,26 +209,14 @@ void CLuxCircularAnnulusSection::PersistShapeState(core::ArchiveAccess& archive)
             const double v = value.get().dblVal;
             if (!(v >= ccEllipseArc2::kMinEllipseFraction && v <= ccEllipseArc2::kMaxEllipseFraction))
                 RefuseStored(kFractionKey, "is outside [0.000001, 0.999999]");
-            graphics.manipArcFraction = v;
+            fraction = v;
         }
     }
-    int32_t AnnulusSectionGraphics::*adornmentFields[3] = {&AnnulusSectionGraphics::arcDirection,
-                                                           &AnnulusSectionGraphics::radialDirection,
-                                                           &AnnulusSectionGraphics::centerArc};
-    for (int i = 0; i < 3; ++i) {
-        Variant value;
-        if (!archive.Read(kAdornmentKeys[i], value)) continue;
-        if (FAILED(value.ChangeType(VT_I4)))
-            throw ccArchive::BadType(std::string(kAdornmentKeys[i]) + " is not an integer",
-                                     ids_Lux_ReadInvalidProperty_1, {kAdornmentKeys[i]});
-        const int32_t v = value.get().lVal;
-        if (!(i == 2 ? ValidCenterArc(v) : ValidDirection(v))) RefuseStored(kAdornmentKeys[i], "is not an adornment");
-        graphics.*adornmentFields[i] = v;
-    }
-    archive.OnCommit([this, next, graphics]() noexcept {
+    PersistEnumeratedGraphics(archive);
+    archive.OnCommit([this, next, fraction]() noexcept {
         params_ = next;
         core_ = nullptr;  // built again from the parameters when asked for
-        sectionGraphics_ = graphics;
+        manipArcFraction_ = fraction;
     });
 }
 
@@ -275,36 +255,6 @@ HRESULT CLuxCircularAnnulusSection::Modify(const char* method, Make&& make) {
     });
 }
 
-HRESULT CLuxCircularAnnulusSection::PutGraphic(const char* method, int32_t AnnulusSectionGraphics::*field,
-                                               int32_t value, int32_t last, const char* property, int32_t stateId) {
-    return core::Guarded(method, IID_ILuxCircularAnnulusSection, [&] {
-        if (value < 0 || value > last) throw ccStdError::BadArgument(property, ids_Lux_InvalidArgEnum_1, {property});
-        {
-            core::ObjectLock::Guard guard(Lock());
-            if (sectionGraphics_.*field == value) return S_OK;
-            sectionGraphics_.*field = value;
-        }
-        VARIANT announced{};
-        announced.vt = VT_I4;
-        announced.lVal = value;
-        return RaiseChange(stateId, announced, luxFA_Shape_Graphic);
-    });
-}
-
-HRESULT CLuxCircularAnnulusSection::Map(ILuxTransform2D* Transform, LuxCopyShapeConstants CopyFlags,
-                                        ILuxShape** NewShape) {
-    const HRESULT hr = Base::Map(Transform, CopyFlags, NewShape);
-    if (SUCCEEDED(hr)) LendGraphicsTo(*NewShape, CopyFlags);
-    return hr;
-}
-
-HRESULT CLuxCircularAnnulusSection::MapGraphic(ILuxTransform2D* Transform, VARIANT MapInfo,
-                                               ILuxGraphic** NewGraphic) {
-    const HRESULT hr = Base::MapGraphic(Transform, MapInfo, NewGraphic);
-    if (SUCCEEDED(hr)) LendGraphicsTo(*NewGraphic, luxCopyShapeAll);
-    return hr;
-}
-
 #define LUX_SECTION_PARAMETER(Name, field)                                                              \
     HRESULT CLuxCircularAnnulusSection::get_##Name(double* Value) {                                     \
         return core::Guarded("get_" #Name, IID_ILuxCircularAnnulusSection, [&] {                        \
@@ -328,31 +278,23 @@ LUX_SECTION_PARAMETER(AngleSpan, angleSpan)
 LUX_SECTION_PARAMETER(RadialScale, radialScale)
 #undef LUX_SECTION_PARAMETER
 
-#define LUX_SECTION_ADORNMENT(Name, Type, field, last)                                                          \
-    HRESULT CLuxCircularAnnulusSection::get_##Name(Type* Adornment) {                                           \
-        return core::Guarded("get_" #Name, IID_ILuxCircularAnnulusSection, [&] {                                \
-            core::RequireOut(Adornment);                                                                        \
-            core::ObjectLock::Guard guard(Lock());                                                              \
-            *Adornment = static_cast<Type>(sectionGraphics_.field);                                             \
-        });                                                                                                     \
-    }                                                                                                           \
-    HRESULT CLuxCircularAnnulusSection::put_##Name(Type Adornment) {                                            \
-        return PutGraphic("put_" #Name, &AnnulusSectionGraphics::field, Adornment, last, #Name,                 \
-                          luxCircularAnnulusSection_##Name);                                                    \
+#define LUX_SECTION_ADORNMENT(Name, Type, Index)                      \
+    HRESULT CLuxCircularAnnulusSection::get_##Name(Type* Adornment) { \
+        return GetEnumeratedGraphic("get_" #Name, Index, Adornment);  \
+    }                                                                 \
+    HRESULT CLuxCircularAnnulusSection::put_##Name(Type Adornment) {  \
+        return PutEnumeratedGraphic("put_" #Name, Index, Adornment);  \
     }
-LUX_SECTION_ADORNMENT(ArcDirectionAdornment, LuxCircularAnnulusSectionDirectionAdornmentConstants, arcDirection,
-                      luxCircularAnnulusSectionDirectionAdornmentSolidArrow)
-LUX_SECTION_ADORNMENT(RadialDirectionAdornment, LuxCircularAnnulusSectionDirectionAdornmentConstants,
-                      radialDirection, luxCircularAnnulusSectionDirectionAdornmentSolidArrow)
-LUX_SECTION_ADORNMENT(CenterArcAdornment, LuxCircularAnnulusSectionCenterArcAdornmentConstants, centerArc,
-                      luxCircularAnnulusSectionCenterArcAdornmentDottedArc)
+LUX_SECTION_ADORNMENT(ArcDirectionAdornment, LuxCircularAnnulusSectionDirectionAdornmentConstants, kArcDirection)
+LUX_SECTION_ADORNMENT(RadialDirectionAdornment, LuxCircularAnnulusSectionDirectionAdornmentConstants, kRadialDirection)
+LUX_SECTION_ADORNMENT(CenterArcAdornment, LuxCircularAnnulusSectionCenterArcAdornmentConstants, kCenterArc)
 #undef LUX_SECTION_ADORNMENT
 
 HRESULT CLuxCircularAnnulusSection::get_ManipArcFraction(double* Fraction) {
     return core::Guarded("get_ManipArcFraction", IID_ILuxCircularAnnulusSection, [&] {
         core::RequireOut(Fraction);
         core::ObjectLock::Guard guard(Lock());
-        *Fraction = sectionGraphics_.manipArcFraction;
+        *Fraction = manipArcFraction_;
     });
 }
 HRESULT CLuxCircularAnnulusSection::put_ManipArcFraction(double Fraction) {
@@ -360,8 +302,8 @@ HRESULT CLuxCircularAnnulusSection::put_ManipArcFraction(double Fraction) {
         CheckedManipArcFraction(Fraction);
         {
             core::ObjectLock::Guard guard(Lock());
-            if (sectionGraphics_.manipArcFraction == Fraction) return S_OK;
-            sectionGraphics_.manipArcFraction = Fraction;
+            if (manipArcFraction_ == Fraction) return S_OK;
+            manipArcFraction_ = Fraction;
         }
         return RaiseChange(luxCircularAnnulusSection_ManipArcFraction, DoubleVariant(Fraction), luxFA_Shape_Graphic);
     });
@@ -419,7 +361,7 @@ HRESULT CLuxCircularAnnulusSection::MapLinear(ILuxTransform2DLinear* Transform, 
         if (!section) throw std::bad_alloc();
         section->SetFromCoreShape(*mapped);  // nobody has seen it: no event
         section->TakeCommonState(CommonState(), CopyFlags);
-        LendGraphicsTo(static_cast<ILuxEllipticalAnnulusSection*>(section.get()), CopyFlags);
+        LendGraphicsTo(*section, CopyFlags);
         *Result = static_cast<ILuxEllipticalAnnulusSection*>(section.Detach());
     });
 }

@@ -4,7 +4,6 @@
 #include <initializer_list>
 #include <algorithm>
 #include <array>
-#include <type_traits>
 #include <string>
 
 #include "com/core/MessageTable.h"
@@ -35,19 +34,20 @@ void CheckFinite(std::initializer_list<Named> arguments) {
             throw ccStdError::BadArgument(argument.name, core::ids_Core_InvalidArg_1, {argument.name});
 }
 
-bool ValidEndAdornment(int32_t value) noexcept {
-    return value >= luxCircularArcAdornmentNone && value <= luxCircularArcAdornmentSolidCircle;
-}
-bool ValidDirectionAdornment(int32_t value) noexcept {
-    return value >= luxCircularArcDirectionAdornmentNone && value <= luxCircularArcDirectionAdornmentSolidArrow;
-}
-bool ValidDisplayMode(int32_t value) noexcept {
-    return value == luxCircularArcDisplayModeMathematical || value == luxCircularArcDisplayModeScreen;
-}
-
 const char* const kKeys[5] = {"CenterX", "CenterY", "Radius", "AngleStart", "AngleSpan"};
 const char* const kScreenRadiusKey = "DisplayedRadiusInScreenPixels";
-const char* const kEnumKeys[4] = {"StartPointAdornment", "EndPointAdornment", "DirectionAdornment", "DisplayMode"};
+
+enum Setting : size_t { kStartPoint, kEndPoint, kDirection, kDisplayMode };
+const core::EnumeratedSetting kSettings[] = {
+    core::RangeSetting("StartPointAdornment", luxCircularArc_StartPointAdornment, luxCircularArcAdornmentNone,
+                       luxCircularArcAdornmentSolidCircle),
+    core::RangeSetting("EndPointAdornment", luxCircularArc_EndPointAdornment, luxCircularArcAdornmentNone,
+                       luxCircularArcAdornmentSolidCircle),
+    core::RangeSetting("DirectionAdornment", luxCircularArc_DirectionAdornment, luxCircularArcDirectionAdornmentNone,
+                       luxCircularArcDirectionAdornmentSolidArrow),
+    core::RangeSetting("DisplayMode", luxCircularArc_DisplayMode, luxCircularArcDisplayModeMathematical,
+                       luxCircularArcDisplayModeScreen),
+};
 
 [[noreturn]] void RefuseStored(const char* key, const char* why) {
     throw ccArchive::BadContent(std::string(key) + " " + why, ids_Lux_ReadInvalidProperty_1, {key});
@@ -64,16 +64,9 @@ double ReadDouble(core::ArchiveAccess& archive, const char* key, bool& present) 
     return v;
 }
 
-int32_t ReadInt(core::ArchiveAccess& archive, const char* key, bool& present) {
-    Variant value;
-    present = archive.Read(key, value);
-    if (!present) return 0;
-    if (FAILED(value.ChangeType(VT_I4)))
-        throw ccArchive::BadType(std::string(key) + " is not an integer", ids_Lux_ReadInvalidProperty_1, {key});
-    return value.get().lVal;
-}
-
 }  // namespace
+
+std::span<const core::EnumeratedSetting> CLuxCircularArc::EnumeratedGraphics() { return kSettings; }
 
 void CLuxCircularArc::Validate(const Params& p) {
     // The core refuses the radius and the span first: they are what makes an arc.
@@ -120,37 +113,28 @@ int32_t CLuxCircularArc::SetFromCoreShape(const ccShape& shape) {
 }
 
 void CLuxCircularArc::CopyGeometryFrom(const CLuxCircularArc& source) {
-    // The display settings travel here; TakeCommonState, which every copy calls next, drops
-    // them unless the copy flags select the basic graphics.
     Params params;
-    Display display;
     {
         core::ObjectLock::Guard guard(source.Lock());
         params = source.params_;
-        display = source.display_;
     }
     core::ObjectLock::Guard guard(Lock());
     params_ = params;
-    display_ = display;
 }
 
-void CLuxCircularArc::TakeCommonState(const core::ShapeCommonState& source, int32_t copyFlags) {
-    Base::TakeCommonState(source, copyFlags);
-    if (copyFlags & luxCopyShapeBasicGraphics) return;
-    core::ObjectLock::Guard guard(Lock());
-    display_ = Display{};
-}
-
-void CLuxCircularArc::LendDisplayTo(IUnknown* shape, int32_t copyFlags) const {
+void CLuxCircularArc::LendGraphicsTo(core::ShapeImplementation& made, int32_t copyFlags) const {
+    Base::LendGraphicsTo(made, copyFlags);
     if (!(copyFlags & luxCopyShapeBasicGraphics)) return;
-    CLuxEllipticalArc* target = CLuxEllipticalArc::ImplementationOf(shape);
-    if (!target) return;
-    Display display;
+    // Only a circular arc has a radius on the screen (a mapped arc is elliptical).
+    auto* target = dynamic_cast<CLuxCircularArc*>(&made);
+    if (!target || target == this) return;
+    double screenRadius;
     {
         core::ObjectLock::Guard guard(Lock());
-        display = display_;
+        screenRadius = screenRadius_;
     }
-    target->TakeAdornments(display.startPoint, display.endPoint, display.direction);
+    core::ObjectLock::Guard guard(target->Lock());
+    target->screenRadius_ = screenRadius;
 }
 
 ccShapePtrh CLuxCircularArc::FittedToBox(const ccRect& box) const {
@@ -170,10 +154,9 @@ void CLuxCircularArc::PersistShapeState(core::ArchiveAccess& archive) {
         double values[5] = {params_.centerX, params_.centerY, params_.radius, params_.angleStart,
                                   params_.angleSpan};
         for (int i = 0; i < 5; ++i) archive.Persist(kKeys[i], values[i]);
-        double screenRadius = display_.screenRadius;
+        double screenRadius = screenRadius_;
         archive.Persist(kScreenRadiusKey, screenRadius);
-        int32_t enums[4] = {display_.startPoint, display_.endPoint, display_.direction, display_.mode};
-        for (int i = 0; i < 4; ++i) archive.Persist(kEnumKeys[i], enums[i]);
+        PersistEnumeratedGraphics(archive);
         return;
     }
     // Each value is checked on its own: valid values combine into a valid arc whatever the
@@ -189,24 +172,13 @@ void CLuxCircularArc::PersistShapeState(core::ArchiveAccess& archive) {
     bool screenPresent = false;
     const double screenRadius = ReadDouble(archive, kScreenRadiusKey, screenPresent);
     if (screenPresent && !(screenRadius > 0)) RefuseStored(kScreenRadiusKey, "is not greater than 0");
-    std::array<int32_t, 4> enums{};
-    std::array<bool, 4> enumPresent{};
-    for (int i = 0; i < 4; ++i) {
-        enums[i] = ReadInt(archive, kEnumKeys[i], enumPresent[i]);
-        if (!enumPresent[i]) continue;
-        const bool valid = i < 2 ? ValidEndAdornment(enums[i])
-                                 : i == 2 ? ValidDirectionAdornment(enums[i]) : ValidDisplayMode(enums[i]);
-        if (!valid) RefuseStored(kEnumKeys[i], "is outside its enumeration");
-    }
-    archive.OnCommit([this, values, present, screenRadius, screenPresent, enums, enumPresent]() noexcept {
+    PersistEnumeratedGraphics(archive);
+    archive.OnCommit([this, values, present, screenRadius, screenPresent]() noexcept {
         double* fields[5] = {&params_.centerX, &params_.centerY, &params_.radius, &params_.angleStart,
                              &params_.angleSpan};
         for (int i = 0; i < 5; ++i)
             if (present[i]) *fields[i] = values[i];
-        if (screenPresent) display_.screenRadius = screenRadius;
-        int32_t* enumFields[4] = {&display_.startPoint, &display_.endPoint, &display_.direction, &display_.mode};
-        for (int i = 0; i < 4; ++i)
-            if (enumPresent[i]) *enumFields[i] = enums[i];
+        if (screenPresent) screenRadius_ = screenRadius;
     });
 }
 
@@ -254,38 +226,6 @@ HRESULT CLuxCircularArc::Modify(const char* method, Make&& make) {
         value.dblVal = announced;
         return RaiseChange(stateId, value, luxFA_Shape_Geometry);
     });
-}
-
-template <class Value>
-HRESULT CLuxCircularArc::PutDisplay(const char* method, Value Display::*field, Value value, int32_t stateId) {
-    return core::Guarded(method, IID_ILuxCircularArc, [&] {
-        {
-            core::ObjectLock::Guard guard(Lock());
-            if (display_.*field == value) return S_OK;
-            display_.*field = value;
-        }
-        VARIANT announced{};
-        if constexpr (std::is_same_v<Value, double>) {
-            announced.vt = VT_R8;
-            announced.dblVal = value;
-        } else {
-            announced.vt = VT_I4;
-            announced.lVal = value;
-        }
-        return RaiseChange(stateId, announced, luxFA_Shape_Graphic);
-    });
-}
-
-HRESULT CLuxCircularArc::Map(ILuxTransform2D* Transform, LuxCopyShapeConstants CopyFlags, ILuxShape** NewShape) {
-    const HRESULT hr = Base::Map(Transform, CopyFlags, NewShape);
-    if (SUCCEEDED(hr)) LendDisplayTo(*NewShape, CopyFlags);
-    return hr;
-}
-
-HRESULT CLuxCircularArc::MapGraphic(ILuxTransform2D* Transform, VARIANT MapInfo, ILuxGraphic** NewGraphic) {
-    const HRESULT hr = Base::MapGraphic(Transform, MapInfo, NewGraphic);
-    if (SUCCEEDED(hr)) LendDisplayTo(*NewGraphic, luxCopyShapeAll);
-    return hr;
 }
 
 HRESULT CLuxCircularArc::get_CenterX(double* CenterX) {
@@ -377,61 +317,41 @@ HRESULT CLuxCircularArc::GetStartEnd(double* StartX, double* StartY, double* End
     });
 }
 
-#define LUX_ARC_DISPLAY_GETTER(Member, Type, Field)                                       \
-    HRESULT CLuxCircularArc::get_##Member(Type* Value) {                                  \
-        return core::Guarded("get_" #Member, IID_ILuxCircularArc, [&] {                   \
-            core::RequireOut(Value);                                                      \
-            core::ObjectLock::Guard guard(Lock());                                        \
-            *Value = static_cast<Type>(display_.Field);                                   \
-        });                                                                               \
+#define LUX_ARC_SETTING(Member, Type, Index)                       \
+    HRESULT CLuxCircularArc::get_##Member(Type* Value) {           \
+        return GetEnumeratedGraphic("get_" #Member, Index, Value); \
+    }                                                              \
+    HRESULT CLuxCircularArc::put_##Member(Type Value) {            \
+        return PutEnumeratedGraphic("put_" #Member, Index, Value); \
     }
-LUX_ARC_DISPLAY_GETTER(StartPointAdornment, LuxCircularArcAdornmentConstants, startPoint)
-LUX_ARC_DISPLAY_GETTER(EndPointAdornment, LuxCircularArcAdornmentConstants, endPoint)
-LUX_ARC_DISPLAY_GETTER(DirectionAdornment, LuxCircularArcDirectionAdornmentConstants, direction)
-LUX_ARC_DISPLAY_GETTER(DisplayMode, LuxCircularArcDisplayModeConstants, mode)
-LUX_ARC_DISPLAY_GETTER(DisplayedRadiusInScreenPixels, double, screenRadius)
-#undef LUX_ARC_DISPLAY_GETTER
+LUX_ARC_SETTING(StartPointAdornment, LuxCircularArcAdornmentConstants, kStartPoint)
+LUX_ARC_SETTING(EndPointAdornment, LuxCircularArcAdornmentConstants, kEndPoint)
+LUX_ARC_SETTING(DirectionAdornment, LuxCircularArcDirectionAdornmentConstants, kDirection)
+LUX_ARC_SETTING(DisplayMode, LuxCircularArcDisplayModeConstants, kDisplayMode)
+#undef LUX_ARC_SETTING
 
-namespace {
-void RequireEnum(bool valid, const char* property) {
-    if (!valid) throw ccStdError::BadArgument(property, ids_Lux_InvalidArgEnum_1, {property});
-}
-}  // namespace
-
-HRESULT CLuxCircularArc::put_StartPointAdornment(LuxCircularArcAdornmentConstants Adornment) {
-    if (!ValidEndAdornment(Adornment))
-        return core::Guarded("put_StartPointAdornment", IID_ILuxCircularArc,
-                             [&] { RequireEnum(false, "StartPointAdornment"); });
-    return PutDisplay<int32_t>("put_StartPointAdornment", &Display::startPoint, Adornment,
-                               luxCircularArc_StartPointAdornment);
-}
-HRESULT CLuxCircularArc::put_EndPointAdornment(LuxCircularArcAdornmentConstants Adornment) {
-    if (!ValidEndAdornment(Adornment))
-        return core::Guarded("put_EndPointAdornment", IID_ILuxCircularArc,
-                             [&] { RequireEnum(false, "EndPointAdornment"); });
-    return PutDisplay<int32_t>("put_EndPointAdornment", &Display::endPoint, Adornment,
-                               luxCircularArc_EndPointAdornment);
-}
-HRESULT CLuxCircularArc::put_DirectionAdornment(LuxCircularArcDirectionAdornmentConstants Adornment) {
-    if (!ValidDirectionAdornment(Adornment))
-        return core::Guarded("put_DirectionAdornment", IID_ILuxCircularArc,
-                             [&] { RequireEnum(false, "DirectionAdornment"); });
-    return PutDisplay<int32_t>("put_DirectionAdornment", &Display::direction, Adornment,
-                               luxCircularArc_DirectionAdornment);
-}
-HRESULT CLuxCircularArc::put_DisplayMode(LuxCircularArcDisplayModeConstants Mode) {
-    if (!ValidDisplayMode(Mode))
-        return core::Guarded("put_DisplayMode", IID_ILuxCircularArc, [&] { RequireEnum(false, "DisplayMode"); });
-    return PutDisplay<int32_t>("put_DisplayMode", &Display::mode, Mode, luxCircularArc_DisplayMode);
+HRESULT CLuxCircularArc::get_DisplayedRadiusInScreenPixels(double* Radius) {
+    return core::Guarded("get_DisplayedRadiusInScreenPixels", IID_ILuxCircularArc, [&] {
+        core::RequireOut(Radius);
+        core::ObjectLock::Guard guard(Lock());
+        *Radius = screenRadius_;
+    });
 }
 HRESULT CLuxCircularArc::put_DisplayedRadiusInScreenPixels(double Radius) {
-    if (!(Radius > 0) || !std::isfinite(Radius))
-        return core::Guarded("put_DisplayedRadiusInScreenPixels", IID_ILuxCircularArc, [&] {
+    return core::Guarded("put_DisplayedRadiusInScreenPixels", IID_ILuxCircularArc, [&] {
+        if (!(Radius > 0) || !std::isfinite(Radius))
             throw ccStdError::BadArgument("DisplayedRadiusInScreenPixels", ids_Lux_InvalidArgNotPositive_1,
                                           {"DisplayedRadiusInScreenPixels"});
-        });
-    return PutDisplay<double>("put_DisplayedRadiusInScreenPixels", &Display::screenRadius, Radius,
-                              luxCircularArc_DisplayedRadiusInScreenPixels);
+        {
+            core::ObjectLock::Guard guard(Lock());
+            if (screenRadius_ == Radius) return S_OK;
+            screenRadius_ = Radius;
+        }
+        VARIANT announced{};
+        announced.vt = VT_R8;
+        announced.dblVal = Radius;
+        return RaiseChange(luxCircularArc_DisplayedRadiusInScreenPixels, announced, luxFA_Shape_Graphic);
+    });
 }
 
 HRESULT CLuxCircularArc::SetCenterRadiusAngleStartAngleSpan(double CenterX, double CenterY, double Radius,
@@ -460,7 +380,6 @@ HRESULT CLuxCircularArc::MapLinear(ILuxTransform2DLinear* Transform, LuxCopyShap
         const ComPtr<ILuxShape> mapped = MapThrough(transform::CLuxTransform2DLinear::ValueOf(Transform), CopyFlags);
         ComPtr<ILuxEllipticalArc> arc = mapped.As<ILuxEllipticalArc>();
         if (!arc) throw ccStdError::InternalError("a circular arc mapped is not an elliptical arc");
-        LendDisplayTo(arc.get(), CopyFlags);
         *Result = arc.Detach();
     });
 }

@@ -70,12 +70,10 @@ public:
     void CopyGeometryFrom(const CLuxCircularArc& source);
     ccShapePtrh FittedToBox(const ccRect& box) const;
     void PersistShapeState(core::ArchiveAccess& archive);
-    // The display settings of the arc are graphic settings: kept with
-    // luxCopyShapeBasicGraphics only.
-    void TakeCommonState(const core::ShapeCommonState& source, int32_t copyFlags) override;
-
-    HRESULT Map(ILuxTransform2D* Transform, LuxCopyShapeConstants CopyFlags, ILuxShape** NewShape) override;
-    HRESULT MapGraphic(ILuxTransform2D* Transform, VARIANT MapInfo, ILuxGraphic** NewGraphic) override;
+    // The adornments and DisplayMode; the elliptical arc a map makes takes the adornments.
+    static std::span<const core::EnumeratedSetting> EnumeratedGraphics();
+    // The enumerated settings, and DisplayedRadiusInScreenPixels to a circular arc.
+    void LendGraphicsTo(core::ShapeImplementation& made, int32_t copyFlags) const;
 
     // ILuxCircularArc
     HRESULT get_CenterX(double* CenterX) override;
@@ -127,13 +125,6 @@ private:
         double angleSpan = 3.141592653589793;
         bool operator==(const Params&) const = default;
     };
-    struct Display {
-        int32_t startPoint = luxCircularArcAdornmentNone;
-        int32_t endPoint = luxCircularArcAdornmentNone;
-        int32_t direction = luxCircularArcDirectionAdornmentNone;
-        int32_t mode = luxCircularArcDisplayModeMathematical;
-        double screenRadius = 50.0;
-    };
 
     // Refuses what cannot make an arc (see the rules above).
     static void Validate(const Params& p);
@@ -149,13 +140,10 @@ private:
     HRESULT Modify(const char* method, Make&& make);
     // Stores valid parameters and answers the state ID to announce; lock held.
     int32_t StoreLocked(const Params& next, double& announced) noexcept;
-    template <class Value>
-    HRESULT PutDisplay(const char* method, Value Display::*field, Value value, int32_t stateId);
-    void LendDisplayTo(IUnknown* shape, int32_t copyFlags) const;
 
     // Guarded by the lock.
     Params params_;
-    Display display_;
+    double screenRadius_ = 50.0;
 };
 
 }  // namespace tessaly::shape

@@ -35,10 +35,6 @@ void CheckFinite(std::initializer_list<Named> arguments) {
             throw ccStdError::BadArgument(argument.name, core::ids_Core_InvalidArg_1, {argument.name});
 }
 
-bool ValidAdornment(int32_t value) noexcept {
-    return value >= luxEllipseDirectionAdornmentNone && value <= luxEllipseDirectionAdornmentSolidArrow;
-}
-
 // Validates through the core (the radii first: ccQvShapesError::InvalidRadius), then the
 // values the core takes as they come.
 ccEllipse2Ptrh NewCore(double centerX, double centerY, double radiusX, double radiusY, double rotation) {
@@ -49,13 +45,22 @@ ccEllipse2Ptrh NewCore(double centerX, double centerY, double radiusX, double ra
 }
 
 const char* const kKeys[5] = {"CenterX", "CenterY", "RadiusX", "RadiusY", "Rotation"};
-const char* const kAdornmentKeys[2] = {"XDirectionAdornment", "YDirectionAdornment"};
+
+enum Adornment : size_t { kXDirection, kYDirection };
+const core::EnumeratedSetting kAdornments[] = {
+    core::RangeSetting("XDirectionAdornment", luxEllipse_XDirectionAdornment, luxEllipseDirectionAdornmentNone,
+                       luxEllipseDirectionAdornmentSolidArrow, "is not a direction adornment"),
+    core::RangeSetting("YDirectionAdornment", luxEllipse_YDirectionAdornment, luxEllipseDirectionAdornmentNone,
+                       luxEllipseDirectionAdornmentSolidArrow, "is not a direction adornment"),
+};
 
 [[noreturn]] void RefuseStored(const char* key, const char* why) {
     throw ccArchive::BadContent(std::string(key) + " " + why, ids_Lux_ReadInvalidProperty_1, {key});
 }
 
 }  // namespace
+
+std::span<const core::EnumeratedSetting> CLuxEllipse::EnumeratedGraphics() { return kAdornments; }
 
 CLuxEllipse::Params CLuxEllipse::ParamsOf(const ccEllipse2& core) noexcept {
     return Params{core.Center().X(), core.Center().Y(), core.RadiusX(), core.RadiusY(), core.Rotation()};
@@ -89,41 +94,16 @@ int32_t CLuxEllipse::SetFromCoreShape(const ccShape& shape) {
 }
 
 void CLuxEllipse::CopyGeometryFrom(const CLuxEllipse& source) {
-    // The adornments travel with the geometry here; TakeCommonState, which every copy calls
-    // next, drops them unless the copy flags select the basic graphics.
     Params params;
     ccEllipse2Ptrh_const core;
-    Adornments adornments;
     {
         core::ObjectLock::Guard guard(source.Lock());
         params = source.params_;
         core = source.core_;
-        adornments = source.adornments_;
     }
     core::ObjectLock::Guard guard(Lock());
     params_ = params;
     core_ = core;  // immutable once stored
-    adornments_ = adornments;
-}
-
-void CLuxEllipse::TakeCommonState(const core::ShapeCommonState& source, int32_t copyFlags) {
-    Base::TakeCommonState(source, copyFlags);
-    if (copyFlags & luxCopyShapeBasicGraphics) return;
-    core::ObjectLock::Guard guard(Lock());
-    adornments_ = Adornments{};
-}
-
-void CLuxEllipse::LendAdornmentsTo(IUnknown* shape, int32_t copyFlags) const {
-    if (!(copyFlags & luxCopyShapeBasicGraphics)) return;
-    CLuxEllipse* target = ImplementationOf(shape);
-    if (!target || target == this) return;
-    Adornments adornments;
-    {
-        core::ObjectLock::Guard guard(Lock());
-        adornments = adornments_;
-    }
-    core::ObjectLock::Guard guard(target->Lock());
-    target->adornments_ = adornments;
 }
 
 ccShapePtrh CLuxEllipse::FittedToBox(const ccRect& box) const {
@@ -152,8 +132,7 @@ void CLuxEllipse::PersistShapeState(core::ArchiveAccess& archive) {
         // Lock held.
         double values[5] = {params_.centerX, params_.centerY, params_.radiusX, params_.radiusY, params_.rotation};
         for (int i = 0; i < 5; ++i) archive.Persist(kKeys[i], values[i]);
-        int32_t adornments[2] = {adornments_.x, adornments_.y};
-        for (int i = 0; i < 2; ++i) archive.Persist(kAdornmentKeys[i], adornments[i]);
+        PersistEnumeratedGraphics(archive);
         return;
     }
     // Each value is checked on its own: valid values combine into a valid ellipse whatever
@@ -173,26 +152,13 @@ void CLuxEllipse::PersistShapeState(core::ArchiveAccess& archive) {
         values[i] = v;
         present[i] = true;
     }
-    std::array<int32_t, 2> adornments{};
-    std::array<bool, 2> adornmentPresent{};
-    for (int i = 0; i < 2; ++i) {
-        Variant value;
-        if (!archive.Read(kAdornmentKeys[i], value)) continue;
-        if (FAILED(value.ChangeType(VT_I4)))
-            throw ccArchive::BadType(std::string(kAdornmentKeys[i]) + " is not an integer",
-                                     ids_Lux_ReadInvalidProperty_1, {kAdornmentKeys[i]});
-        adornments[i] = value.get().lVal;
-        if (!ValidAdornment(adornments[i])) RefuseStored(kAdornmentKeys[i], "is not a direction adornment");
-        adornmentPresent[i] = true;
-    }
-    archive.OnCommit([this, values, present, adornments, adornmentPresent]() noexcept {
+    PersistEnumeratedGraphics(archive);
+    archive.OnCommit([this, values, present]() noexcept {
         double* fields[5] = {&params_.centerX, &params_.centerY, &params_.radiusX, &params_.radiusY,
                              &params_.rotation};
         for (int i = 0; i < 5; ++i)
             if (present[i]) *fields[i] = values[i];
         core_ = nullptr;  // built again from the parameters when asked for
-        if (adornmentPresent[0]) adornments_.x = adornments[0];
-        if (adornmentPresent[1]) adornments_.y = adornments[1];
     });
 }
 
@@ -240,43 +206,9 @@ HRESULT CLuxEllipse::Modify(const char* method, Make&& make, int32_t wholeStateI
     });
 }
 
-HRESULT CLuxEllipse::PutAdornment(const char* method, int32_t Adornments::*field, int32_t value, const char* property,
-                                  int32_t stateId) {
-    return core::Guarded(method, IID_ILuxEllipse, [&] {
-        if (!ValidAdornment(value)) throw ccStdError::BadArgument(property, ids_Lux_InvalidArgEnum_1, {property});
-        {
-            core::ObjectLock::Guard guard(Lock());
-            if (adornments_.*field == value) return S_OK;
-            adornments_.*field = value;
-        }
-        VARIANT announced{};
-        announced.vt = VT_I4;
-        announced.lVal = value;
-        return RaiseChange(stateId, announced, luxFA_Shape_Graphic);
-    });
-}
-
-HRESULT CLuxEllipse::Map(ILuxTransform2D* Transform, LuxCopyShapeConstants CopyFlags, ILuxShape** NewShape) {
-    const HRESULT hr = Base::Map(Transform, CopyFlags, NewShape);
-    if (SUCCEEDED(hr)) LendAdornmentsTo(*NewShape, CopyFlags);
-    return hr;
-}
-
-HRESULT CLuxEllipse::MapGraphic(ILuxTransform2D* Transform, VARIANT MapInfo, ILuxGraphic** NewGraphic) {
-    const HRESULT hr = Base::MapGraphic(Transform, MapInfo, NewGraphic);
-    if (SUCCEEDED(hr)) LendAdornmentsTo(*NewGraphic, luxCopyShapeAll);
-    return hr;
-}
-
 HRESULT CLuxEllipse::MakeShapeModel(double /*Weight*/, LONG /*Polarity*/, VARIANT_BOOL /*CopyShape*/,
                                     IDispatch** ShapeModel) {
-    return core::Guarded("MakeShapeModel", IID_ILuxEllipse, [&] {
-        core::RequireOut(ShapeModel);
-        *ShapeModel = nullptr;
-        throw ccStdError::NotImplemented(
-            "shape models (the trained outlines of the pattern tools) are not part of this library, so an ellipse "
-            "cannot make one");
-    });
+    return RefuseShapeModel(ShapeModel, "an ellipse");
 }
 
 HRESULT CLuxEllipse::get_CenterX(double* CenterX) {
@@ -332,26 +264,16 @@ HRESULT CLuxEllipse::get_Perimeter(double* Perimeter) {
 }
 
 HRESULT CLuxEllipse::get_XDirectionAdornment(LuxEllipseDirectionAdornmentConstants* Adornment) {
-    return core::Guarded("get_XDirectionAdornment", IID_ILuxEllipse, [&] {
-        core::RequireOut(Adornment);
-        core::ObjectLock::Guard guard(Lock());
-        *Adornment = static_cast<LuxEllipseDirectionAdornmentConstants>(adornments_.x);
-    });
+    return GetEnumeratedGraphic("get_XDirectionAdornment", kXDirection, Adornment);
 }
 HRESULT CLuxEllipse::put_XDirectionAdornment(LuxEllipseDirectionAdornmentConstants Adornment) {
-    return PutAdornment("put_XDirectionAdornment", &Adornments::x, Adornment, "XDirectionAdornment",
-                        luxEllipse_XDirectionAdornment);
+    return PutEnumeratedGraphic("put_XDirectionAdornment", kXDirection, Adornment);
 }
 HRESULT CLuxEllipse::get_YDirectionAdornment(LuxEllipseDirectionAdornmentConstants* Adornment) {
-    return core::Guarded("get_YDirectionAdornment", IID_ILuxEllipse, [&] {
-        core::RequireOut(Adornment);
-        core::ObjectLock::Guard guard(Lock());
-        *Adornment = static_cast<LuxEllipseDirectionAdornmentConstants>(adornments_.y);
-    });
+    return GetEnumeratedGraphic("get_YDirectionAdornment", kYDirection, Adornment);
 }
 HRESULT CLuxEllipse::put_YDirectionAdornment(LuxEllipseDirectionAdornmentConstants Adornment) {
-    return PutAdornment("put_YDirectionAdornment", &Adornments::y, Adornment, "YDirectionAdornment",
-                        luxEllipse_YDirectionAdornment);
+    return PutEnumeratedGraphic("put_YDirectionAdornment", kYDirection, Adornment);
 }
 
 HRESULT CLuxEllipse::GetBoundingRectangleAffine(VARIANT_BOOL DeSkew, ILuxRectangleAffine** BoundingRect) {
@@ -463,7 +385,6 @@ HRESULT CLuxEllipse::MapLinear(ILuxTransform2DLinear* Transform, LuxCopyShapeCon
         const ComPtr<ILuxShape> mapped = MapThrough(transform::CLuxTransform2DLinear::ValueOf(Transform), CopyFlags);
         ComPtr<ILuxEllipse> ellipse = mapped.As<ILuxEllipse>();
         if (!ellipse) throw ccStdError::InternalError("an ellipse mapped is not an ellipse");
-        LendAdornmentsTo(ellipse.get(), CopyFlags);
         *Result = ellipse.Detach();
     });
 }

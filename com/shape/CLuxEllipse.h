@@ -87,12 +87,8 @@ public:
     ccShapePtrh FittedToBox(const ccRect& box) const;
     ccShapePtrh FittedToImage(const ccShape& imageExtent, double xScale, double yScale) const;
     void PersistShapeState(core::ArchiveAccess& archive);
-    // The adornments are graphic settings: kept with luxCopyShapeBasicGraphics only.
-    void TakeCommonState(const core::ShapeCommonState& source, int32_t copyFlags) override;
-
-    // ILuxShape and ILuxGraphic members whose results carry the adornments.
-    HRESULT Map(ILuxTransform2D* Transform, LuxCopyShapeConstants CopyFlags, ILuxShape** NewShape) override;
-    HRESULT MapGraphic(ILuxTransform2D* Transform, VARIANT MapInfo, ILuxGraphic** NewGraphic) override;
+    // The direction adornments.
+    static std::span<const core::EnumeratedSetting> EnumeratedGraphics();
 
     // ILuxEllipse
     HRESULT MakeShapeModel(double Weight, LONG Polarity, VARIANT_BOOL CopyShape, IDispatch** ShapeModel) override;
@@ -135,10 +131,6 @@ private:
         double radiusY = 25.0;
         double rotation = 0.0;
     };
-    struct Adornments {
-        int32_t x = luxEllipseDirectionAdornmentNone;
-        int32_t y = luxEllipseDirectionAdornmentNone;
-    };
 
     static Params ParamsOf(const ccEllipse2& core) noexcept;
     // The core shape of the parameters, built on first need; lock held.
@@ -153,16 +145,10 @@ private:
     // Stores a valid geometry and answers the state ID to announce (luxState_Undefined when
     // nothing differs) and the value that goes with it; lock held.
     int32_t StoreLocked(const ccEllipse2Ptrh& next, double& announced) noexcept;
-    HRESULT PutAdornment(const char* method, int32_t Adornments::*field, int32_t value, const char* property,
-                         int32_t stateId);
-    // Gives `shape` (a new shape made from this one) this one's adornments when copyFlags
-    // asks for the basic graphics.
-    void LendAdornmentsTo(IUnknown* shape, int32_t copyFlags) const;
 
     // Guarded by the lock. core_ follows params_: null until asked for after a load.
     Params params_;
     mutable ccEllipse2Ptrh_const core_;
-    Adornments adornments_;
 };
 
 }  // namespace tessaly::shape

@@ -46,18 +46,21 @@ void CheckFinite(const Params& p) {
                  {"RadialScale", p.radialScale}});
 }
 
-bool ValidDirection(int32_t value) noexcept {
-    return value >= luxEllipticalAnnulusSectionDirectionAdornmentNone &&
-           value <= luxEllipticalAnnulusSectionDirectionAdornmentSolidArrow;
-}
-bool ValidCenterArc(int32_t value) noexcept {
-    return value >= luxEllipticalAnnulusSectionCenterArcAdornmentNone &&
-           value <= luxEllipticalAnnulusSectionCenterArcAdornmentDottedArc;
-}
-
 const char* const kKeys[8] = {"CenterX",  "CenterY",    "RadiusX",   "RadiusY",
                               "Rotation", "AngleStart", "AngleSpan", "RadialScale"};
-const char* const kAdornmentKeys[3] = {"ArcDirectionAdornment", "RadialDirectionAdornment", "CenterArcAdornment"};
+
+enum Adornment : size_t { kArcDirection, kRadialDirection, kCenterArc };
+const core::EnumeratedSetting kAdornments[] = {
+    core::RangeSetting("ArcDirectionAdornment", luxEllipticalAnnulusSection_ArcDirectionAdornment,
+                       luxEllipticalAnnulusSectionDirectionAdornmentNone,
+                       luxEllipticalAnnulusSectionDirectionAdornmentSolidArrow, "is not an adornment"),
+    core::RangeSetting("RadialDirectionAdornment", luxEllipticalAnnulusSection_RadialDirectionAdornment,
+                       luxEllipticalAnnulusSectionDirectionAdornmentNone,
+                       luxEllipticalAnnulusSectionDirectionAdornmentSolidArrow, "is not an adornment"),
+    core::RangeSetting("CenterArcAdornment", luxEllipticalAnnulusSection_CenterArcAdornment,
+                       luxEllipticalAnnulusSectionCenterArcAdornmentNone,
+                       luxEllipticalAnnulusSectionCenterArcAdornmentDottedArc, "is not an adornment"),
+};
 const char* const kFractionKey = "ManipArcFraction";
 
 [[noreturn]] void RefuseStored(const char* key, const char* why) {
@@ -72,6 +75,8 @@ VARIANT DoubleVariant(double value) noexcept {
 }
 
 }  // namespace
+
+std::span<const core::EnumeratedSetting> CLuxEllipticalAnnulusSection::EnumeratedGraphics() { return kAdornments; }
 
 double CheckedManipArcFraction(double fraction) {
     ccEllipseArc2::ValidateEllipseFraction(fraction);
@@ -130,44 +135,33 @@ int32_t CLuxEllipticalAnnulusSection::SetFromCoreShape(const ccShape& shape) {
 }
 
 void CLuxEllipticalAnnulusSection::CopyGeometryFrom(const CLuxEllipticalAnnulusSection& source) {
-    // The graphic settings travel too; TakeCommonState, which every copy calls next, drops
-    // them unless the copy flags select the basic graphics.
     Params params;
     ccShapePtrh_const core;
-    AnnulusSectionGraphics graphics;
     {
         core::ObjectLock::Guard guard(source.Lock());
         params = source.params_;
         core = source.core_;
-        graphics = source.sectionGraphics_;
     }
     core::ObjectLock::Guard guard(Lock());
     params_ = params;
     core_ = core;
-    sectionGraphics_ = graphics;
 }
 
-void CLuxEllipticalAnnulusSection::TakeCommonState(const core::ShapeCommonState& source, int32_t copyFlags) {
-    Base::TakeCommonState(source, copyFlags);
-    if (copyFlags & luxCopyShapeBasicGraphics) return;
+double CLuxEllipticalAnnulusSection::ManipArcFraction() const {
     core::ObjectLock::Guard guard(Lock());
-    sectionGraphics_ = AnnulusSectionGraphics{};
+    return manipArcFraction_;
 }
 
-AnnulusSectionGraphics CLuxEllipticalAnnulusSection::SectionGraphics() const {
+void CLuxEllipticalAnnulusSection::TakeManipArcFraction(double fraction) {
     core::ObjectLock::Guard guard(Lock());
-    return sectionGraphics_;
+    manipArcFraction_ = fraction;
 }
 
-void CLuxEllipticalAnnulusSection::TakeSectionGraphics(const AnnulusSectionGraphics& graphics) {
-    core::ObjectLock::Guard guard(Lock());
-    sectionGraphics_ = graphics;
-}
-
-void CLuxEllipticalAnnulusSection::LendGraphicsTo(IUnknown* shape, int32_t copyFlags) const {
+void CLuxEllipticalAnnulusSection::LendGraphicsTo(core::ShapeImplementation& made, int32_t copyFlags) const {
+    Base::LendGraphicsTo(made, copyFlags);
     if (!(copyFlags & luxCopyShapeBasicGraphics)) return;
-    CLuxEllipticalAnnulusSection* target = ImplementationOf(shape);
-    if (target && target != this) target->TakeSectionGraphics(SectionGraphics());
+    auto* target = dynamic_cast<CLuxEllipticalAnnulusSection*>(&made);
+    if (target && target != this) target->TakeManipArcFraction(ManipArcFraction());
 }
 
 ccShapePtrh CLuxEllipticalAnnulusSection::FittedToBox(const ccRect& box) const {
@@ -191,11 +185,9 @@ void CLuxEllipticalAnnulusSection::PersistShapeState(core::ArchiveAccess& archiv
             double v = values[i];
             archive.Persist(kKeys[i], v);
         }
-        double fraction = sectionGraphics_.manipArcFraction;
+        double fraction = manipArcFraction_;
         archive.Persist(kFractionKey, fraction);
-        int32_t adornments[3] = {sectionGraphics_.arcDirection, sectionGraphics_.radialDirection,
-                                 sectionGraphics_.centerArc};
-        for (int i = 0; i < 3; ++i) archive.Persist(kAdornmentKeys[i], adornments[i]);
+        PersistEnumeratedGraphics(archive);
         return;
     }
     // The loaded values over the present ones must make a valid section; the commit then
@@ -216,7 +208,7 @@ void CLuxEllipticalAnnulusSection::PersistShapeState(core::ArchiveAccess& archiv
         if (i == 7 && !(v > 0 && v != 1)) RefuseStored(kKeys[i], "is not greater than 0 and other than 1");
         *fields[i] = i == 4 ? cc2XformLinear::NormalizeAngle(v) : v;
     }
-    AnnulusSectionGraphics graphics = sectionGraphics_;
+    double fraction = manipArcFraction_;
     {
         Variant value;
         if (archive.Read(kFractionKey, value)) {
@@ -226,26 +218,14 @@ void CLuxEllipticalAnnulusSection::PersistShapeState(core::ArchiveAccess& archiv
             const double v = value.get().dblVal;
             if (!(v >= ccEllipseArc2::kMinEllipseFraction && v <= ccEllipseArc2::kMaxEllipseFraction))
                 RefuseStored(kFractionKey, "is outside [0.000001, 0.999999]");
-            graphics.manipArcFraction = v;
+            fraction = v;
         }
     }
-    int32_t AnnulusSectionGraphics::*adornmentFields[3] = {&AnnulusSectionGraphics::arcDirection,
-                                                           &AnnulusSectionGraphics::radialDirection,
-                                                           &AnnulusSectionGraphics::centerArc};
-    for (int i = 0; i < 3; ++i) {
-        Variant value;
-        if (!archive.Read(kAdornmentKeys[i], value)) continue;
-        if (FAILED(value.ChangeType(VT_I4)))
-            throw ccArchive::BadType(std::string(kAdornmentKeys[i]) + " is not an integer",
-                                     ids_Lux_ReadInvalidProperty_1, {kAdornmentKeys[i]});
-        const int32_t v = value.get().lVal;
-        if (!(i == 2 ? ValidCenterArc(v) : ValidDirection(v))) RefuseStored(kAdornmentKeys[i], "is not an adornment");
-        graphics.*adornmentFields[i] = v;
-    }
-    archive.OnCommit([this, next, graphics]() noexcept {
+    PersistEnumeratedGraphics(archive);
+    archive.OnCommit([this, next, fraction]() noexcept {
         params_ = next;
         core_ = nullptr;  // built again from the parameters when asked for
-        sectionGraphics_ = graphics;
+        manipArcFraction_ = fraction;
     });
 }
 
@@ -289,36 +269,6 @@ HRESULT CLuxEllipticalAnnulusSection::Modify(const char* method, Make&& make, in
     });
 }
 
-HRESULT CLuxEllipticalAnnulusSection::PutGraphic(const char* method, int32_t AnnulusSectionGraphics::*field,
-                                                 int32_t value, int32_t last, const char* property, int32_t stateId) {
-    return core::Guarded(method, IID_ILuxEllipticalAnnulusSection, [&] {
-        if (value < 0 || value > last) throw ccStdError::BadArgument(property, ids_Lux_InvalidArgEnum_1, {property});
-        {
-            core::ObjectLock::Guard guard(Lock());
-            if (sectionGraphics_.*field == value) return S_OK;
-            sectionGraphics_.*field = value;
-        }
-        VARIANT announced{};
-        announced.vt = VT_I4;
-        announced.lVal = value;
-        return RaiseChange(stateId, announced, luxFA_Shape_Graphic);
-    });
-}
-
-HRESULT CLuxEllipticalAnnulusSection::Map(ILuxTransform2D* Transform, LuxCopyShapeConstants CopyFlags,
-                                          ILuxShape** NewShape) {
-    const HRESULT hr = Base::Map(Transform, CopyFlags, NewShape);
-    if (SUCCEEDED(hr)) LendGraphicsTo(*NewShape, CopyFlags);
-    return hr;
-}
-
-HRESULT CLuxEllipticalAnnulusSection::MapGraphic(ILuxTransform2D* Transform, VARIANT MapInfo,
-                                                 ILuxGraphic** NewGraphic) {
-    const HRESULT hr = Base::MapGraphic(Transform, MapInfo, NewGraphic);
-    if (SUCCEEDED(hr)) LendGraphicsTo(*NewGraphic, luxCopyShapeAll);
-    return hr;
-}
-
 #define LUX_SECTION_PARAMETER(Name, field)                                                              \
     HRESULT CLuxEllipticalAnnulusSection::get_##Name(double* Value) {                                   \
         return core::Guarded("get_" #Name, IID_ILuxEllipticalAnnulusSection, [&] {                      \
@@ -359,31 +309,23 @@ HRESULT CLuxEllipticalAnnulusSection::get_Perimeter(double* Perimeter) {
     });
 }
 
-#define LUX_SECTION_ADORNMENT(Name, Type, field, last)                                                          \
-    HRESULT CLuxEllipticalAnnulusSection::get_##Name(Type* Adornment) {                                         \
-        return core::Guarded("get_" #Name, IID_ILuxEllipticalAnnulusSection, [&] {                              \
-            core::RequireOut(Adornment);                                                                        \
-            core::ObjectLock::Guard guard(Lock());                                                              \
-            *Adornment = static_cast<Type>(sectionGraphics_.field);                                             \
-        });                                                                                                     \
-    }                                                                                                           \
-    HRESULT CLuxEllipticalAnnulusSection::put_##Name(Type Adornment) {                                          \
-        return PutGraphic("put_" #Name, &AnnulusSectionGraphics::field, Adornment, last, #Name,                 \
-                          luxEllipticalAnnulusSection_##Name);                                                  \
+#define LUX_SECTION_ADORNMENT(Name, Type, Index)                        \
+    HRESULT CLuxEllipticalAnnulusSection::get_##Name(Type* Adornment) { \
+        return GetEnumeratedGraphic("get_" #Name, Index, Adornment);    \
+    }                                                                   \
+    HRESULT CLuxEllipticalAnnulusSection::put_##Name(Type Adornment) {  \
+        return PutEnumeratedGraphic("put_" #Name, Index, Adornment);    \
     }
-LUX_SECTION_ADORNMENT(ArcDirectionAdornment, LuxEllipticalAnnulusSectionDirectionAdornmentConstants, arcDirection,
-                      luxEllipticalAnnulusSectionDirectionAdornmentSolidArrow)
-LUX_SECTION_ADORNMENT(RadialDirectionAdornment, LuxEllipticalAnnulusSectionDirectionAdornmentConstants,
-                      radialDirection, luxEllipticalAnnulusSectionDirectionAdornmentSolidArrow)
-LUX_SECTION_ADORNMENT(CenterArcAdornment, LuxEllipticalAnnulusSectionCenterArcAdornmentConstants, centerArc,
-                      luxEllipticalAnnulusSectionCenterArcAdornmentDottedArc)
+LUX_SECTION_ADORNMENT(ArcDirectionAdornment, LuxEllipticalAnnulusSectionDirectionAdornmentConstants, kArcDirection)
+LUX_SECTION_ADORNMENT(RadialDirectionAdornment, LuxEllipticalAnnulusSectionDirectionAdornmentConstants, kRadialDirection)
+LUX_SECTION_ADORNMENT(CenterArcAdornment, LuxEllipticalAnnulusSectionCenterArcAdornmentConstants, kCenterArc)
 #undef LUX_SECTION_ADORNMENT
 
 HRESULT CLuxEllipticalAnnulusSection::get_ManipArcFraction(double* Fraction) {
     return core::Guarded("get_ManipArcFraction", IID_ILuxEllipticalAnnulusSection, [&] {
         core::RequireOut(Fraction);
         core::ObjectLock::Guard guard(Lock());
-        *Fraction = sectionGraphics_.manipArcFraction;
+        *Fraction = manipArcFraction_;
     });
 }
 HRESULT CLuxEllipticalAnnulusSection::put_ManipArcFraction(double Fraction) {
@@ -391,8 +333,8 @@ HRESULT CLuxEllipticalAnnulusSection::put_ManipArcFraction(double Fraction) {
         CheckedManipArcFraction(Fraction);
         {
             core::ObjectLock::Guard guard(Lock());
-            if (sectionGraphics_.manipArcFraction == Fraction) return S_OK;
-            sectionGraphics_.manipArcFraction = Fraction;
+            if (manipArcFraction_ == Fraction) return S_OK;
+            manipArcFraction_ = Fraction;
         }
         return RaiseChange(luxEllipticalAnnulusSection_ManipArcFraction, DoubleVariant(Fraction), luxFA_Shape_Graphic);
     });

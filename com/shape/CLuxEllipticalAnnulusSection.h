@@ -56,15 +56,6 @@
 
 namespace tessaly::shape {
 
-// The graphic settings both annulus-section classes have, copied from one to the other
-// when a circular section maps into an elliptical one.
-struct AnnulusSectionGraphics {
-    int32_t arcDirection = 0;
-    int32_t radialDirection = 0;
-    int32_t centerArc = 0;
-    double manipArcFraction = 0.5;
-};
-
 // The fraction range of ManipArcFraction, and the refusal outside it.
 double CheckedManipArcFraction(double fraction);
 
@@ -102,14 +93,14 @@ public:
     void CopyGeometryFrom(const CLuxEllipticalAnnulusSection& source);
     ccShapePtrh FittedToBox(const ccRect& box) const;
     void PersistShapeState(core::ArchiveAccess& archive);
-    void TakeCommonState(const core::ShapeCommonState& source, int32_t copyFlags) override;
+    // The adornments, the same names in both section classes.
+    static std::span<const core::EnumeratedSetting> EnumeratedGraphics();
+    // The enumerated settings, and ManipArcFraction to a section of either class.
+    void LendGraphicsTo(core::ShapeImplementation& made, int32_t copyFlags) const;
 
-    AnnulusSectionGraphics SectionGraphics() const;
+    double ManipArcFraction() const;
     // For a new object nobody has seen: no event.
-    void TakeSectionGraphics(const AnnulusSectionGraphics& graphics);
-
-    HRESULT Map(ILuxTransform2D* Transform, LuxCopyShapeConstants CopyFlags, ILuxShape** NewShape) override;
-    HRESULT MapGraphic(ILuxTransform2D* Transform, VARIANT MapInfo, ILuxGraphic** NewGraphic) override;
+    void TakeManipArcFraction(double fraction);
 
     // ILuxEllipticalAnnulusSection
     HRESULT get_CenterX(double* CenterX) override;
@@ -159,14 +150,11 @@ private:
     template <class Make>
     HRESULT Modify(const char* method, Make&& make, int32_t forcedStateId = 0);
     int32_t StoreLocked(const Params& next, const ccShapePtrh& core, double& announced) noexcept;
-    HRESULT PutGraphic(const char* method, int32_t AnnulusSectionGraphics::*field, int32_t value, int32_t last,
-                       const char* property, int32_t stateId);
-    void LendGraphicsTo(IUnknown* shape, int32_t copyFlags) const;
 
     // Guarded by the lock; core_ follows params_ (null until asked for after a load).
     Params params_;
     mutable ccShapePtrh_const core_;
-    AnnulusSectionGraphics sectionGraphics_;
+    double manipArcFraction_ = 0.5;
 };
 
 }  // namespace tessaly::shape

@@ -34,22 +34,27 @@ void CheckFinite(std::initializer_list<Named> arguments) {
             throw ccStdError::BadArgument(argument.name, core::ids_Core_InvalidArg_1, {argument.name});
 }
 
-bool ValidEndAdornment(int32_t value) noexcept {
-    return value >= luxEllipticalArcAdornmentNone && value <= luxEllipticalArcAdornmentSolidCircle;
-}
-bool ValidDirectionAdornment(int32_t value) noexcept {
-    return value >= luxEllipticalArcDirectionAdornmentNone && value <= luxEllipticalArcDirectionAdornmentSolidArrow;
-}
-
 constexpr int kKeyCount = 7;
-const char* const kKeys[kKeyCount] = {"CenterX", "CenterY", "RadiusX", "RadiusY", "Rotation", "AngleStart", "AngleSpan"};
-const char* const kAdornmentKeys[3] = {"StartPointAdornment", "EndPointAdornment", "DirectionAdornment"};
+const char* const kKeys[kKeyCount] = {"CenterX",  "CenterY",    "RadiusX",  "RadiusY",
+                                      "Rotation", "AngleStart", "AngleSpan"};
+
+enum Adornment : size_t { kStartPoint, kEndPoint, kDirection };
+const core::EnumeratedSetting kAdornments[] = {
+    core::RangeSetting("StartPointAdornment", luxEllipticalArc_StartPointAdornment, luxEllipticalArcAdornmentNone,
+                       luxEllipticalArcAdornmentSolidCircle),
+    core::RangeSetting("EndPointAdornment", luxEllipticalArc_EndPointAdornment, luxEllipticalArcAdornmentNone,
+                       luxEllipticalArcAdornmentSolidCircle),
+    core::RangeSetting("DirectionAdornment", luxEllipticalArc_DirectionAdornment,
+                       luxEllipticalArcDirectionAdornmentNone, luxEllipticalArcDirectionAdornmentSolidArrow),
+};
 
 [[noreturn]] void RefuseStored(const char* key, const char* why) {
     throw ccArchive::BadContent(std::string(key) + " " + why, ids_Lux_ReadInvalidProperty_1, {key});
 }
 
 }  // namespace
+
+std::span<const core::EnumeratedSetting> CLuxEllipticalArc::EnumeratedGraphics() { return kAdornments; }
 
 ccEllipseArc2Ptrh CLuxEllipticalArc::CoreOf(const Params& p) {
     return ccEllipseArc2Ptrh(new ccEllipseArc2(cc2Vect(p.centerX, p.centerY), p.radiusX, p.radiusY, p.rotation,
@@ -97,42 +102,13 @@ int32_t CLuxEllipticalArc::SetFromCoreShape(const ccShape& shape) {
 }
 
 void CLuxEllipticalArc::CopyGeometryFrom(const CLuxEllipticalArc& source) {
-    // The adornments travel here; TakeCommonState, which every copy calls next, drops them
-    // unless the copy flags select the basic graphics.
     Params params;
-    Adornments adornments;
     {
         core::ObjectLock::Guard guard(source.Lock());
         params = source.params_;
-        adornments = source.adornments_;
     }
     core::ObjectLock::Guard guard(Lock());
     params_ = params;
-    adornments_ = adornments;
-}
-
-void CLuxEllipticalArc::TakeCommonState(const core::ShapeCommonState& source, int32_t copyFlags) {
-    Base::TakeCommonState(source, copyFlags);
-    if (copyFlags & luxCopyShapeBasicGraphics) return;
-    core::ObjectLock::Guard guard(Lock());
-    adornments_ = Adornments{};
-}
-
-void CLuxEllipticalArc::TakeAdornments(int32_t startPoint, int32_t endPoint, int32_t direction) noexcept {
-    core::ObjectLock::Guard guard(Lock());
-    adornments_ = Adornments{startPoint, endPoint, direction};
-}
-
-void CLuxEllipticalArc::LendAdornmentsTo(IUnknown* shape, int32_t copyFlags) const {
-    if (!(copyFlags & luxCopyShapeBasicGraphics)) return;
-    CLuxEllipticalArc* target = ImplementationOf(shape);
-    if (!target || target == this) return;
-    Adornments adornments;
-    {
-        core::ObjectLock::Guard guard(Lock());
-        adornments = adornments_;
-    }
-    target->TakeAdornments(adornments.startPoint, adornments.endPoint, adornments.direction);
 }
 
 ccShapePtrh CLuxEllipticalArc::FittedToBox(const ccRect& box) const {
@@ -151,8 +127,7 @@ void CLuxEllipticalArc::PersistShapeState(core::ArchiveAccess& archive) {
         double values[kKeyCount] = {params_.centerX,  params_.centerY,    params_.radiusX,  params_.radiusY,
                                     params_.rotation, params_.angleStart, params_.angleSpan};
         for (int i = 0; i < kKeyCount; ++i) archive.Persist(kKeys[i], values[i]);
-        int32_t adornments[3] = {adornments_.startPoint, adornments_.endPoint, adornments_.direction};
-        for (int i = 0; i < 3; ++i) archive.Persist(kAdornmentKeys[i], adornments[i]);
+        PersistEnumeratedGraphics(archive);
         return;
     }
     // Each value is checked on its own: valid values combine into a valid arc whatever the
@@ -173,27 +148,12 @@ void CLuxEllipticalArc::PersistShapeState(core::ArchiveAccess& archive) {
         values[i] = v;
         present[i] = true;
     }
-    std::array<int32_t, 3> adornments{};
-    std::array<bool, 3> adornmentPresent{};
-    for (int i = 0; i < 3; ++i) {
-        Variant value;
-        if (!archive.Read(kAdornmentKeys[i], value)) continue;
-        if (FAILED(value.ChangeType(VT_I4)))
-            throw ccArchive::BadType(std::string(kAdornmentKeys[i]) + " is not an integer",
-                                     ids_Lux_ReadInvalidProperty_1, {kAdornmentKeys[i]});
-        adornments[i] = value.get().lVal;
-        if (!(i < 2 ? ValidEndAdornment(adornments[i]) : ValidDirectionAdornment(adornments[i])))
-            RefuseStored(kAdornmentKeys[i], "is outside its enumeration");
-        adornmentPresent[i] = true;
-    }
-    archive.OnCommit([this, values, present, adornments, adornmentPresent]() noexcept {
+    PersistEnumeratedGraphics(archive);
+    archive.OnCommit([this, values, present]() noexcept {
         double* fields[kKeyCount] = {&params_.centerX,  &params_.centerY,    &params_.radiusX,  &params_.radiusY,
                                      &params_.rotation, &params_.angleStart, &params_.angleSpan};
         for (int i = 0; i < kKeyCount; ++i)
             if (present[i]) *fields[i] = values[i];
-        int32_t* adornmentFields[3] = {&adornments_.startPoint, &adornments_.endPoint, &adornments_.direction};
-        for (int i = 0; i < 3; ++i)
-            if (adornmentPresent[i]) *adornmentFields[i] = adornments[i];
     });
 }
 
@@ -245,43 +205,9 @@ HRESULT CLuxEllipticalArc::Modify(const char* method, Make&& make, int32_t whole
     });
 }
 
-HRESULT CLuxEllipticalArc::PutAdornment(const char* method, int32_t Adornments::*field, int32_t value, bool valid,
-                                        const char* property, int32_t stateId) {
-    return core::Guarded(method, IID_ILuxEllipticalArc, [&] {
-        if (!valid) throw ccStdError::BadArgument(property, ids_Lux_InvalidArgEnum_1, {property});
-        {
-            core::ObjectLock::Guard guard(Lock());
-            if (adornments_.*field == value) return S_OK;
-            adornments_.*field = value;
-        }
-        VARIANT announced{};
-        announced.vt = VT_I4;
-        announced.lVal = value;
-        return RaiseChange(stateId, announced, luxFA_Shape_Graphic);
-    });
-}
-
-HRESULT CLuxEllipticalArc::Map(ILuxTransform2D* Transform, LuxCopyShapeConstants CopyFlags, ILuxShape** NewShape) {
-    const HRESULT hr = Base::Map(Transform, CopyFlags, NewShape);
-    if (SUCCEEDED(hr)) LendAdornmentsTo(*NewShape, CopyFlags);
-    return hr;
-}
-
-HRESULT CLuxEllipticalArc::MapGraphic(ILuxTransform2D* Transform, VARIANT MapInfo, ILuxGraphic** NewGraphic) {
-    const HRESULT hr = Base::MapGraphic(Transform, MapInfo, NewGraphic);
-    if (SUCCEEDED(hr)) LendAdornmentsTo(*NewGraphic, luxCopyShapeAll);
-    return hr;
-}
-
 HRESULT CLuxEllipticalArc::MakeShapeModel(double /*Weight*/, LONG /*Polarity*/, VARIANT_BOOL /*CopyShape*/,
                                           IDispatch** ShapeModel) {
-    return core::Guarded("MakeShapeModel", IID_ILuxEllipticalArc, [&] {
-        core::RequireOut(ShapeModel);
-        *ShapeModel = nullptr;
-        throw ccStdError::NotImplemented(
-            "shape models (the trained outlines of the pattern tools) are not part of this library, so an elliptical "
-            "arc cannot make one");
-    });
+    return RefuseShapeModel(ShapeModel, "an elliptical arc");
 }
 
 #define LUX_ELLIPTICAL_ARC_PARAM(Member, Field)                                                    \
@@ -327,22 +253,16 @@ HRESULT CLuxEllipticalArc::GetStartEnd(double* StartX, double* StartY, double* E
     });
 }
 
-#define LUX_ELLIPTICAL_ARC_ADORNMENT(Member, Type, Field, Valid)                                      \
-    HRESULT CLuxEllipticalArc::get_##Member(Type* Adornment) {                                        \
-        return core::Guarded("get_" #Member, IID_ILuxEllipticalArc, [&] {                             \
-            core::RequireOut(Adornment);                                                              \
-            core::ObjectLock::Guard guard(Lock());                                                    \
-            *Adornment = static_cast<Type>(adornments_.Field);                                        \
-        });                                                                                           \
-    }                                                                                                 \
-    HRESULT CLuxEllipticalArc::put_##Member(Type Adornment) {                                         \
-        return PutAdornment("put_" #Member, &Adornments::Field, Adornment, Valid(Adornment), #Member, \
-                            luxEllipticalArc_##Member);                                               \
+#define LUX_ELLIPTICAL_ARC_ADORNMENT(Member, Type, Index)              \
+    HRESULT CLuxEllipticalArc::get_##Member(Type* Adornment) {         \
+        return GetEnumeratedGraphic("get_" #Member, Index, Adornment); \
+    }                                                                  \
+    HRESULT CLuxEllipticalArc::put_##Member(Type Adornment) {          \
+        return PutEnumeratedGraphic("put_" #Member, Index, Adornment); \
     }
-LUX_ELLIPTICAL_ARC_ADORNMENT(StartPointAdornment, LuxEllipticalArcAdornmentConstants, startPoint, ValidEndAdornment)
-LUX_ELLIPTICAL_ARC_ADORNMENT(EndPointAdornment, LuxEllipticalArcAdornmentConstants, endPoint, ValidEndAdornment)
-LUX_ELLIPTICAL_ARC_ADORNMENT(DirectionAdornment, LuxEllipticalArcDirectionAdornmentConstants, direction,
-                             ValidDirectionAdornment)
+LUX_ELLIPTICAL_ARC_ADORNMENT(StartPointAdornment, LuxEllipticalArcAdornmentConstants, kStartPoint)
+LUX_ELLIPTICAL_ARC_ADORNMENT(EndPointAdornment, LuxEllipticalArcAdornmentConstants, kEndPoint)
+LUX_ELLIPTICAL_ARC_ADORNMENT(DirectionAdornment, LuxEllipticalArcDirectionAdornmentConstants, kDirection)
 #undef LUX_ELLIPTICAL_ARC_ADORNMENT
 
 HRESULT CLuxEllipticalArc::GetUnitCircleParams(double* UnitCircleAngleStart, double* UnitCircleAngleSpan,
@@ -413,7 +333,6 @@ HRESULT CLuxEllipticalArc::MapLinear(ILuxTransform2DLinear* Transform, LuxCopySh
         const ComPtr<ILuxShape> mapped = MapThrough(transform::CLuxTransform2DLinear::ValueOf(Transform), CopyFlags);
         ComPtr<ILuxEllipticalArc> arc = mapped.As<ILuxEllipticalArc>();
         if (!arc) throw ccStdError::InternalError("an elliptical arc mapped is not an elliptical arc");
-        LendAdornmentsTo(arc.get(), CopyFlags);
         *Result = arc.Detach();
     });
 }

@@ -76,14 +76,8 @@ public:
     void CopyGeometryFrom(const CLuxEllipticalArc& source);
     ccShapePtrh FittedToBox(const ccRect& box) const;
     void PersistShapeState(core::ArchiveAccess& archive);
-    void TakeCommonState(const core::ShapeCommonState& source, int32_t copyFlags) override;
-
-    // For a new arc nobody has seen yet (a circular arc mapped): its adornments, no event.
-    // The values are valid members of both arcs' enumerations.
-    void TakeAdornments(int32_t startPoint, int32_t endPoint, int32_t direction) noexcept;
-
-    HRESULT Map(ILuxTransform2D* Transform, LuxCopyShapeConstants CopyFlags, ILuxShape** NewShape) override;
-    HRESULT MapGraphic(ILuxTransform2D* Transform, VARIANT MapInfo, ILuxGraphic** NewGraphic) override;
+    // The adornments; a circular arc mapped into this class lends its own of the same names.
+    static std::span<const core::EnumeratedSetting> EnumeratedGraphics();
 
     // ILuxEllipticalArc
     HRESULT MakeShapeModel(double Weight, LONG Polarity, VARIANT_BOOL CopyShape, IDispatch** ShapeModel) override;
@@ -141,11 +135,6 @@ private:
         double angleStart = 0.0;
         double angleSpan = 3.141592653589793;
     };
-    struct Adornments {
-        int32_t startPoint = luxEllipticalArcAdornmentNone;
-        int32_t endPoint = luxEllipticalArcAdornmentNone;
-        int32_t direction = luxEllipticalArcDirectionAdornmentNone;
-    };
 
     // The core arc of valid parameters; refuses invalid ones (see the rules above) and
     // answers the parameters as stored (the rotation normalised).
@@ -163,13 +152,9 @@ private:
     template <class Make>
     HRESULT Modify(const char* method, Make&& make, int32_t wholeStateId = luxState_Undefined);
     int32_t StoreLocked(const Params& next, double& announced) noexcept;
-    HRESULT PutAdornment(const char* method, int32_t Adornments::*field, int32_t value, bool valid,
-                         const char* property, int32_t stateId);
-    void LendAdornmentsTo(IUnknown* shape, int32_t copyFlags) const;
 
     // Guarded by the lock.
     Params params_;
-    Adornments adornments_;
 };
 
 }  // namespace tessaly::shape

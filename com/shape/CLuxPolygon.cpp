@@ -46,12 +46,9 @@ size_t CheckedIndex(LONG index, size_t count, bool endAllowed = false) {
     return static_cast<size_t>(index);
 }
 
-bool ValidAdornment(int32_t value) noexcept {
-    return value == luxPolygonVertexAdornmentNone || value == luxPolygonVertexAdornmentSolidSquare ||
-           value == luxPolygonVertexAdornmentSolidCircle;
-}
 bool ValidVertexColor(int32_t value) noexcept {
-    return value == luxPolygonVertexColorAuto || value == luxPolygonVertexColorNone || (value >= 0 && value <= 0xFFFFFF);
+    return value == luxPolygonVertexColorAuto || value == luxPolygonVertexColorNone ||
+           (value >= 0 && value <= 0xFFFFFF);
 }
 bool ValidFillMode(int32_t value) noexcept {
     return value == luxPolygonFillEvenOdd || value == luxPolygonFillWindingNumber;
@@ -91,6 +88,15 @@ auto Measured(const char* method, const char* why, Measure&& measure) {
 const char* const kVerticesKey = "Vertices";
 const char* const kColorsKey = "VertexAdornmentColors";
 
+// The enumeration's values are not consecutive (None 0, SolidSquare 3, SolidCircle 4).
+const int32_t kVertexAdornments[] = {luxPolygonVertexAdornmentNone, luxPolygonVertexAdornmentSolidSquare,
+                                     luxPolygonVertexAdornmentSolidCircle};
+enum Setting : size_t { kVertexAdornment };
+const core::EnumeratedSetting kSettings[] = {
+    {"VertexAdornment", luxPolygon_VertexAdornment, luxPolygonVertexAdornmentNone, 0, 0, kVertexAdornments,
+     "is not a vertex adornment", "Adornment", "vertex adornment"},
+};
+
 [[noreturn]] void RefuseStored(const char* key, const std::string& why) {
     throw ccArchive::BadContent(std::string(key) + " " + why, ids_Lux_ReadInvalidProperty_1, {key});
 }
@@ -108,6 +114,8 @@ bool ReadStoredInt(core::ArchiveAccess& archive, const char* key, int32_t& out, 
 }
 
 }  // namespace
+
+std::span<const core::EnumeratedSetting> CLuxPolygon::EnumeratedGraphics() { return kSettings; }
 
 CLuxPolygon::CLuxPolygon()
     : poly_(new ccGenPoly(std::vector<cc2Vect>{{0, 0}, {100, 0}, {100, 100}, {0, 100}})) {
@@ -142,33 +150,21 @@ int32_t CLuxPolygon::SetFromCoreShape(const ccShape& shape) {
 }
 
 void CLuxPolygon::CopyGeometryFrom(const CLuxPolygon& source) {
-    // The vertex graphics travel with the geometry here; TakeCommonState, which every copy
-    // calls next, drops them unless the copy flags select the basic graphics.
     ccGenPolyPtrh poly;
-    VertexGraphics graphics;
     {
         core::ObjectLock::Guard guard(source.Lock());
         poly = source.poly_;
-        graphics = source.vertexGraphics_;
     }
     core::ObjectLock::Guard guard(Lock());
     poly_ = std::move(poly);
-    vertexGraphics_ = std::move(graphics);
+    FitColorsLocked(poly_->NumVertices());
     ++vertexRevision_;
 }
 
-void CLuxPolygon::TakeCommonState(const core::ShapeCommonState& source, int32_t copyFlags) {
-    Base::TakeCommonState(source, copyFlags);
-    if (copyFlags & luxCopyShapeBasicGraphics) return;
-    core::ObjectLock::Guard guard(Lock());
-    const size_t count = poly_->NumVertices();
-    vertexGraphics_ = VertexGraphics{};
-    FitColorsLocked(count);
-}
-
-void CLuxPolygon::LendGraphicsTo(IUnknown* shape, int32_t copyFlags) const {
+void CLuxPolygon::LendGraphicsTo(core::ShapeImplementation& made, int32_t copyFlags) const {
+    Base::LendGraphicsTo(made, copyFlags);
     if (!(copyFlags & luxCopyShapeBasicGraphics)) return;
-    CLuxPolygon* target = ImplementationOf(shape);
+    auto* target = dynamic_cast<CLuxPolygon*>(&made);
     if (!target || target == this) return;
     VertexGraphics graphics;
     {
@@ -204,7 +200,7 @@ void CLuxPolygon::PersistShapeState(core::ArchiveAccess& archive) {
         // Lock held.
         int32_t fill = FillModeOf(*poly_);
         archive.Persist("FillMode", fill);
-        archive.Persist("VertexAdornment", vertexGraphics_.adornment);
+        PersistEnumeratedGraphics(archive);
         VARIANT vertices = PolygonVertexArray::ToVariant(poly_->Vertices());
         Variant held = Variant::Attach(vertices);
         archive.Write(kVerticesKey, held.get());
@@ -226,10 +222,9 @@ void CLuxPolygon::PersistShapeState(core::ArchiveAccess& archive) {
         return;
     }
     // Everything is read and checked before anything is assigned.
-    int32_t fill = 0, adornment = 0, highlightColor = 0, highlightIndex = 0;
+    int32_t fill = 0, highlightColor = 0, highlightIndex = 0;
     const bool hasFill = ReadStoredInt(archive, "FillMode", fill, ValidFillMode, "is not a fill mode");
-    const bool hasAdornment =
-        ReadStoredInt(archive, "VertexAdornment", adornment, ValidAdornment, "is not a vertex adornment");
+    PersistEnumeratedGraphics(archive);
     std::optional<std::vector<cc2Vect>> vertices;
     {
         Variant value;
@@ -273,7 +268,7 @@ void CLuxPolygon::PersistShapeState(core::ArchiveAccess& archive) {
     // The new polygon is made here, so that the commit only assigns.
     ccGenPolyPtrh loaded;
     if (vertices) loaded = ccGenPolyPtrh(new ccGenPoly(std::move(*vertices), CoreFill(hasFill ? fill : 0)));
-    archive.OnCommit([this, loaded = std::move(loaded), hasFill, fill, hasAdornment, adornment,
+    archive.OnCommit([this, loaded = std::move(loaded), hasFill, fill,
                       colors = std::move(colors), hasHighlightColor, highlightColor, hasHighlightIndex,
                       highlightIndex]() mutable noexcept {
         if (loaded) {
@@ -284,7 +279,6 @@ void CLuxPolygon::PersistShapeState(core::ArchiveAccess& archive) {
             } catch (...) {  // only a clone's allocation can fail here: the fill stays
             }
         }
-        if (hasAdornment) vertexGraphics_.adornment = adornment;
         if (colors) vertexGraphics_.colors = std::move(*colors);
         FitColorsLocked(poly_->NumVertices());
         if (hasHighlightColor) vertexGraphics_.highlightColor = highlightColor;
@@ -389,18 +383,6 @@ HRESULT CLuxPolygon::WithBulkEvent(Call&& call) {
     return hr;
 }
 
-HRESULT CLuxPolygon::Map(ILuxTransform2D* Transform, LuxCopyShapeConstants CopyFlags, ILuxShape** NewShape) {
-    const HRESULT hr = Base::Map(Transform, CopyFlags, NewShape);
-    if (SUCCEEDED(hr)) LendGraphicsTo(*NewShape, CopyFlags);
-    return hr;
-}
-
-HRESULT CLuxPolygon::MapGraphic(ILuxTransform2D* Transform, VARIANT MapInfo, ILuxGraphic** NewGraphic) {
-    const HRESULT hr = Base::MapGraphic(Transform, MapInfo, NewGraphic);
-    if (SUCCEEDED(hr)) LendGraphicsTo(*NewGraphic, luxCopyShapeAll);
-    return hr;
-}
-
 HRESULT CLuxPolygon::FitToImage(ILuxImage* Image, double XScale, double YScale) {
     return WithBulkEvent([&] { return Base::FitToImage(Image, XScale, YScale); });
 }
@@ -414,13 +396,7 @@ HRESULT CLuxPolygon::DragStop(double StartX, double StartY, double EndX, double 
 
 HRESULT CLuxPolygon::MakeShapeModel(double /*Weight*/, LONG /*Polarity*/, VARIANT_BOOL /*CopyShape*/,
                                     IDispatch** ShapeModel) {
-    return core::Guarded("MakeShapeModel", IID_ILuxPolygon, [&] {
-        core::RequireOut(ShapeModel);
-        *ShapeModel = nullptr;
-        throw ccStdError::NotImplemented(
-            "shape models (the trained outlines of the pattern tools) are not part of this library, so a polygon "
-            "cannot make one");
-    });
+    return RefuseShapeModel(ShapeModel, "a polygon");
 }
 
 // ---- the vertex list
@@ -591,24 +567,10 @@ HRESULT CLuxPolygon::SetVertices(VARIANT CoordinatesXY) {
 // ---- graphics of the vertices
 
 HRESULT CLuxPolygon::get_VertexAdornment(LuxPolygonVertexAdornmentConstants* Adornment) {
-    return core::Guarded("get_VertexAdornment", IID_ILuxPolygon, [&] {
-        core::RequireOut(Adornment);
-        core::ObjectLock::Guard guard(Lock());
-        *Adornment = static_cast<LuxPolygonVertexAdornmentConstants>(vertexGraphics_.adornment);
-    });
+    return GetEnumeratedGraphic("get_VertexAdornment", kVertexAdornment, Adornment);
 }
 HRESULT CLuxPolygon::put_VertexAdornment(LuxPolygonVertexAdornmentConstants Adornment) {
-    return Modify("put_VertexAdornment", [&] {
-        if (!ValidAdornment(Adornment))
-            throw ccStdError::BadArgument("Adornment", ids_Lux_InvalidArgEnum_1, {"vertex adornment"});
-        Announcement a;
-        if (vertexGraphics_.adornment == Adornment) return a;
-        vertexGraphics_.adornment = Adornment;
-        a.stateId = luxPolygon_VertexAdornment;
-        a.value = Integer(Adornment);
-        a.areas = luxFA_Shape_Graphic;
-        return a;
-    });
+    return PutEnumeratedGraphic("put_VertexAdornment", kVertexAdornment, Adornment);
 }
 HRESULT CLuxPolygon::get_VertexAdornmentColor(LONG Index, LONG* Color) {
     return core::Guarded("get_VertexAdornmentColor", IID_ILuxPolygon, [&] {
@@ -836,7 +798,6 @@ HRESULT CLuxPolygon::MapLinear(ILuxTransform2DLinear* Transform, LuxCopyShapeCon
         const ComPtr<ILuxShape> mapped = MapThrough(transform::CLuxTransform2DLinear::ValueOf(Transform), CopyFlags);
         ComPtr<ILuxPolygon> polygon = mapped.As<ILuxPolygon>();
         if (!polygon) throw ccStdError::InternalError("a polygon mapped is not a polygon");
-        LendGraphicsTo(polygon.get(), CopyFlags);
         *Result = polygon.Detach();
     });
 }

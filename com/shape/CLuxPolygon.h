@@ -108,13 +108,12 @@ public:
     void CopyGeometryFrom(const CLuxPolygon& source);
     ccShapePtrh FittedToBox(const ccRect& box) const;
     void PersistShapeState(core::ArchiveAccess& archive);
-    // The vertex graphics are graphic settings: kept with luxCopyShapeBasicGraphics only.
-    void TakeCommonState(const core::ShapeCommonState& source, int32_t copyFlags) override;
+    // VertexAdornment.
+    static std::span<const core::EnumeratedSetting> EnumeratedGraphics();
+    // The enumerated settings, and the vertex colours and highlight to a polygon.
+    void LendGraphicsTo(core::ShapeImplementation& made, int32_t copyFlags) const;
 
-    // ILuxShape, ILuxGraphic and ILuxGraphicInteractive members that carry the vertex
-    // graphics or move the vertices.
-    HRESULT Map(ILuxTransform2D* Transform, LuxCopyShapeConstants CopyFlags, ILuxShape** NewShape) override;
-    HRESULT MapGraphic(ILuxTransform2D* Transform, VARIANT MapInfo, ILuxGraphic** NewGraphic) override;
+    // ILuxShape and ILuxGraphicInteractive members that move the vertices.
     HRESULT FitToImage(ILuxImage* Image, double XScale, double YScale) override;
     HRESULT FitToBoundingBox(ILuxRectangle* BoundingRectangle) override;
     HRESULT DragStop(double StartX, double StartY, double EndX, double EndY, VARIANT_BOOL PrimaryGraphic,
@@ -172,9 +171,9 @@ protected:
     ~CLuxPolygon() override = default;
 
 private:
-    // The graphic settings of the vertices (copied with luxCopyShapeBasicGraphics).
+    // The graphic settings of the vertices besides VertexAdornment (copied with
+    // luxCopyShapeBasicGraphics).
     struct VertexGraphics {
-        int32_t adornment = luxPolygonVertexAdornmentNone;
         std::vector<int32_t> colors;  // one a vertex
         int32_t highlightColor = luxColorYellow;
         int32_t highlightIndex = -1;
@@ -213,9 +212,6 @@ private:
     // Calls a member of the shape layer and raises BulkChanged when it changed the vertices.
     template <class Call>
     HRESULT WithBulkEvent(Call&& call);
-    // Gives `shape` (a new polygon made from this one) these vertex graphics when copyFlags
-    // asks for the basic graphics.
-    void LendGraphicsTo(IUnknown* shape, int32_t copyFlags) const;
     // The colours resized to `count` vertices, new ones Auto; lock held.
     void FitColorsLocked(size_t count);
 

@@ -47,10 +47,6 @@ void CheckPositive(double value, const char* argument) {
         throw ccStdError::BadArgument(argument, ids_Lux_InvalidArgNotPositive_1, {argument});
 }
 
-bool ValidAdornment(int32_t value) noexcept {
-    return value >= luxRectangleAffineDirectionAdornmentNone && value <= luxRectangleAffineDirectionAdornmentSolidArrow;
-}
-
 ccAffineRectanglePtrh NewCore(const cc2Vect& center, double sideX, double sideY, double rotation, double skew) {
     return ccAffineRectanglePtrh(new ccAffineRectangle(center, sideX, sideY, rotation, skew));
 }
@@ -64,7 +60,16 @@ RectCorners CornersOf(const ccRect& rect) noexcept {
 }
 
 const char* const kKeys[6] = {"CenterX", "CenterY", "SideXLength", "SideYLength", "Rotation", "Skew"};
-const char* const kAdornmentKeys[2] = {"XDirectionAdornment", "YDirectionAdornment"};
+
+enum Adornment : size_t { kXDirection, kYDirection };
+const core::EnumeratedSetting kAdornments[] = {
+    core::RangeSetting("XDirectionAdornment", luxRectangleAffine_XDirectionAdornment,
+                       luxRectangleAffineDirectionAdornmentNone, luxRectangleAffineDirectionAdornmentSolidArrow,
+                       "is not a direction adornment"),
+    core::RangeSetting("YDirectionAdornment", luxRectangleAffine_YDirectionAdornment,
+                       luxRectangleAffineDirectionAdornmentNone, luxRectangleAffineDirectionAdornmentSolidArrow,
+                       "is not a direction adornment"),
+};
 
 [[noreturn]] void RefuseStored(const char* key, const char* why) {
     throw ccArchive::BadContent(std::string(key) + " " + why, ids_Lux_ReadInvalidProperty_1, {key});
@@ -72,9 +77,12 @@ const char* const kAdornmentKeys[2] = {"XDirectionAdornment", "YDirectionAdornme
 
 }  // namespace
 
+std::span<const core::EnumeratedSetting> CLuxRectangleAffine::EnumeratedGraphics() { return kAdornments; }
+
 double CLuxRectangleAffine::ConditionedSkew(double skew) noexcept {
     const double normalized = cc2XformLinear::NormalizeAngle(skew);
-    if (std::fabs(std::fabs(normalized) - kHalfPi) <= kSkewSnap) return skew > 0 ? kHalfPi + kSkewSnap : -(kHalfPi + kSkewSnap);
+    if (std::fabs(std::fabs(normalized) - kHalfPi) <= kSkewSnap)
+        return skew > 0 ? kHalfPi + kSkewSnap : -(kHalfPi + kSkewSnap);
     return skew;
 }
 
@@ -118,41 +126,16 @@ int32_t CLuxRectangleAffine::SetFromCoreShape(const ccShape& shape) {
 }
 
 void CLuxRectangleAffine::CopyGeometryFrom(const CLuxRectangleAffine& source) {
-    // The adornments travel with the geometry here; TakeCommonState, which every copy calls
-    // next, drops them unless the copy flags select the basic graphics.
     Params params;
     ccAffineRectanglePtrh_const core;
-    Adornments adornments;
     {
         core::ObjectLock::Guard guard(source.Lock());
         params = source.params_;
         core = source.core_;
-        adornments = source.adornments_;
     }
     core::ObjectLock::Guard guard(Lock());
     params_ = params;
     core_ = core;  // immutable once stored: sharing it shares the corner cache
-    adornments_ = adornments;
-}
-
-void CLuxRectangleAffine::TakeCommonState(const core::ShapeCommonState& source, int32_t copyFlags) {
-    Base::TakeCommonState(source, copyFlags);
-    if (copyFlags & luxCopyShapeBasicGraphics) return;
-    core::ObjectLock::Guard guard(Lock());
-    adornments_ = Adornments{};
-}
-
-void CLuxRectangleAffine::LendAdornmentsTo(IUnknown* shape, int32_t copyFlags) const {
-    if (!(copyFlags & luxCopyShapeBasicGraphics)) return;
-    CLuxRectangleAffine* target = ImplementationOf(shape);
-    if (!target || target == this) return;
-    Adornments adornments;
-    {
-        core::ObjectLock::Guard guard(Lock());
-        adornments = adornments_;
-    }
-    core::ObjectLock::Guard guard(target->Lock());
-    target->adornments_ = adornments;
 }
 
 ccShapePtrh CLuxRectangleAffine::FittedToBox(const ccRect& box) const {
@@ -176,8 +159,7 @@ void CLuxRectangleAffine::PersistShapeState(core::ArchiveAccess& archive) {
         double values[6] = {params_.centerX, params_.centerY, params_.sideX,
                             params_.sideY,   params_.rotation, params_.skew};
         for (int i = 0; i < 6; ++i) archive.Persist(kKeys[i], values[i]);
-        int32_t adornments[2] = {adornments_.x, adornments_.y};
-        for (int i = 0; i < 2; ++i) archive.Persist(kAdornmentKeys[i], adornments[i]);
+        PersistEnumeratedGraphics(archive);
         return;
     }
     // Each value is checked on its own: valid values combine into a valid affine rectangle
@@ -206,27 +188,13 @@ void CLuxRectangleAffine::PersistShapeState(core::ArchiveAccess& archive) {
         values[i] = v;
         present[i] = true;
     }
-    int32_t adornments[2] = {};
-    bool adornmentPresent[2] = {};
-    for (int i = 0; i < 2; ++i) {
-        Variant value;
-        if (!archive.Read(kAdornmentKeys[i], value)) continue;
-        if (FAILED(value.ChangeType(VT_I4)))
-            throw ccArchive::BadType(std::string(kAdornmentKeys[i]) + " is not an integer",
-                                     ids_Lux_ReadInvalidProperty_1, {kAdornmentKeys[i]});
-        adornments[i] = value.get().lVal;
-        if (!ValidAdornment(adornments[i])) RefuseStored(kAdornmentKeys[i], "is not a direction adornment");
-        adornmentPresent[i] = true;
-    }
-    archive.OnCommit([this, p = std::to_array(values), has = std::to_array(present), a = std::to_array(adornments),
-                      hasA = std::to_array(adornmentPresent)]() noexcept {
+    PersistEnumeratedGraphics(archive);
+    archive.OnCommit([this, p = std::to_array(values), has = std::to_array(present)]() noexcept {
         double* fields[6] = {&params_.centerX, &params_.centerY, &params_.sideX,
                              &params_.sideY,   &params_.rotation, &params_.skew};
         for (int i = 0; i < 6; ++i)
             if (has[i]) *fields[i] = p[i];
         core_ = nullptr;  // built again from the parameters when asked for
-        if (hasA[0]) adornments_.x = a[0];
-        if (hasA[1]) adornments_.y = a[1];
     });
 }
 
@@ -274,43 +242,9 @@ HRESULT CLuxRectangleAffine::Modify(const char* method, Make&& make) {
     });
 }
 
-HRESULT CLuxRectangleAffine::PutAdornment(const char* method, int32_t Adornments::*field, int32_t value,
-                                          const char* property, int32_t stateId) {
-    return core::Guarded(method, IID_ILuxRectangleAffine, [&] {
-        if (!ValidAdornment(value)) throw ccStdError::BadArgument(property, ids_Lux_InvalidArgEnum_1, {property});
-        {
-            core::ObjectLock::Guard guard(Lock());
-            if (adornments_.*field == value) return S_OK;
-            adornments_.*field = value;
-        }
-        VARIANT announced{};
-        announced.vt = VT_I4;
-        announced.lVal = value;
-        return RaiseChange(stateId, announced, luxFA_Shape_Graphic);
-    });
-}
-
-HRESULT CLuxRectangleAffine::Map(ILuxTransform2D* Transform, LuxCopyShapeConstants CopyFlags, ILuxShape** NewShape) {
-    const HRESULT hr = Base::Map(Transform, CopyFlags, NewShape);
-    if (SUCCEEDED(hr)) LendAdornmentsTo(*NewShape, CopyFlags);
-    return hr;
-}
-
-HRESULT CLuxRectangleAffine::MapGraphic(ILuxTransform2D* Transform, VARIANT MapInfo, ILuxGraphic** NewGraphic) {
-    const HRESULT hr = Base::MapGraphic(Transform, MapInfo, NewGraphic);
-    if (SUCCEEDED(hr)) LendAdornmentsTo(*NewGraphic, luxCopyShapeAll);
-    return hr;
-}
-
 HRESULT CLuxRectangleAffine::MakeShapeModel(double /*Weight*/, LONG /*Polarity*/, VARIANT_BOOL /*CopyShape*/,
                                             IDispatch** ShapeModel) {
-    return core::Guarded("MakeShapeModel", IID_ILuxRectangleAffine, [&] {
-        core::RequireOut(ShapeModel);
-        *ShapeModel = nullptr;
-        throw ccStdError::NotImplemented(
-            "shape models (the trained outlines of the pattern tools) are not part of this library, so an affine "
-            "rectangle cannot make one");
-    });
+    return RefuseShapeModel(ShapeModel, "an affine rectangle");
 }
 
 HRESULT CLuxRectangleAffine::get_CenterX(double* CenterX) {
@@ -373,26 +307,16 @@ HRESULT CLuxRectangleAffine::put_SideYLength(double Length) {
 }
 
 HRESULT CLuxRectangleAffine::get_XDirectionAdornment(LuxRectangleAffineDirectionAdornmentConstants* Adornment) {
-    return core::Guarded("get_XDirectionAdornment", IID_ILuxRectangleAffine, [&] {
-        core::RequireOut(Adornment);
-        core::ObjectLock::Guard guard(Lock());
-        *Adornment = static_cast<LuxRectangleAffineDirectionAdornmentConstants>(adornments_.x);
-    });
+    return GetEnumeratedGraphic("get_XDirectionAdornment", kXDirection, Adornment);
 }
 HRESULT CLuxRectangleAffine::put_XDirectionAdornment(LuxRectangleAffineDirectionAdornmentConstants Adornment) {
-    return PutAdornment("put_XDirectionAdornment", &Adornments::x, Adornment, "XDirectionAdornment",
-                        luxRectangleAffine_XDirectionAdornment);
+    return PutEnumeratedGraphic("put_XDirectionAdornment", kXDirection, Adornment);
 }
 HRESULT CLuxRectangleAffine::get_YDirectionAdornment(LuxRectangleAffineDirectionAdornmentConstants* Adornment) {
-    return core::Guarded("get_YDirectionAdornment", IID_ILuxRectangleAffine, [&] {
-        core::RequireOut(Adornment);
-        core::ObjectLock::Guard guard(Lock());
-        *Adornment = static_cast<LuxRectangleAffineDirectionAdornmentConstants>(adornments_.y);
-    });
+    return GetEnumeratedGraphic("get_YDirectionAdornment", kYDirection, Adornment);
 }
 HRESULT CLuxRectangleAffine::put_YDirectionAdornment(LuxRectangleAffineDirectionAdornmentConstants Adornment) {
-    return PutAdornment("put_YDirectionAdornment", &Adornments::y, Adornment, "YDirectionAdornment",
-                        luxRectangleAffine_YDirectionAdornment);
+    return PutEnumeratedGraphic("put_YDirectionAdornment", kYDirection, Adornment);
 }
 
 HRESULT CLuxRectangleAffine::get_Rotation(double* Rotation) {
@@ -541,7 +465,6 @@ HRESULT CLuxRectangleAffine::MapLinear(ILuxTransform2DLinear* Transform, LuxCopy
         const ComPtr<ILuxShape> mapped = MapThrough(transform::CLuxTransform2DLinear::ValueOf(Transform), CopyFlags);
         ComPtr<ILuxRectangleAffine> affine = mapped.As<ILuxRectangleAffine>();
         if (!affine) throw ccStdError::InternalError("an affine rectangle mapped is not an affine rectangle");
-        LendAdornmentsTo(affine.get(), CopyFlags);
         *Result = affine.Detach();
     });
 }

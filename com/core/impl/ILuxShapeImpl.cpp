@@ -84,4 +84,10 @@ ComPtr<ILuxRectangle> NewRectangle(const ccRect& box) {
     return rectangle;
 }
 
+void ThrowNoShapeModel(const char* shape) {
+    throw ccStdError::NotImplemented(
+        std::string("shape models (the trained outlines of the pattern tools) are not part of this library, so ") +
+        shape + " cannot make one");
+}
+
 }  // namespace tessaly::core

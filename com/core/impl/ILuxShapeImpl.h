@@ -18,7 +18,17 @@
 //                                                         // Raises nothing itself.
 //     void CopyGeometryFrom(const Derived& source);       // the parameters (source's lock to read)
 //     ccShapePtrh FittedToBox(const ccRect& box) const;   // the shape proportioned into a box
-//     void PersistShapeState(ArchiveAccess& archive);     // its own keys, after the common ones
+//     void PersistShapeState(ArchiveAccess& archive);     // its own keys, after the common ones;
+//                                                         // PersistEnumeratedGraphics where its
+//                                                         // enumerated settings' keys belong
+//
+// A class with enumerated graphic settings (adornments, display modes) describes them in
+// `static std::span<const EnumeratedSetting> EnumeratedGraphics()` (EnumeratedGraphicSettings.h)
+// and serves their properties with GetEnumeratedGraphic and PutEnumeratedGraphic. They are
+// graphic settings: every shape made from this one (Copy, CopyBase, Map, MapGraphic,
+// MapLinear, Clone, DragAnimate) takes them through LendGraphicsTo when the copy flags
+// select luxCopyShapeBasicGraphics; a class with other graphic state of its own hides
+// LendGraphicsTo and calls this one first. MakeShapeModel is refused by RefuseShapeModel.
 //
 // and may hide `ccShapePtrh FittedToImage(const ccShape& imageExtent, double xScale, double
 // yScale) const`, whose default takes the bounding box of the image's extent scaled by
@@ -76,6 +86,7 @@
 #include <utility>
 
 #include "TessalyCore.h"
+#include "com/core/impl/EnumeratedGraphicSettings.h"
 #include "com/core/impl/ILuxGraphicImpl.h"
 #include "com/core/impl/ShapeCommonPersistence.h"
 #include "com/core/impl/ShapeImplementation.h"
@@ -104,6 +115,9 @@ ccRectPtrh ScaledAboutCentre(const ccRect& box, double xScale, double yScale);
 ccShapePtrh ImageExtentInSpace(ILuxImage* image, std::string_view shapeSpace);
 // The new LuxRectangle holding `box`.
 ComPtr<ILuxRectangle> NewRectangle(const ccRect& box);
+// The refusal of MakeShapeModel: shape models are not part of this library. `shape` names
+// the class with its article ("an ellipse").
+[[noreturn]] void ThrowNoShapeModel(const char* shape);
 
 template <class Derived, class PrimaryInterface, class Interactive, class DOFEnum>
 class ILuxShapeImpl : public ILuxGraphicImpl<Derived, PrimaryInterface, Interactive, DOFEnum>,
@@ -263,6 +277,10 @@ public:
             std::swap(this->graphics_, graphics);
         }
     }
+    void TakeEnumeratedGraphics(const EnumeratedGraphicSettings& source) override {
+        ObjectLock::Guard guard(this->Lock());
+        enumeratedGraphics_.TakeMatching(source);
+    }
 
     // For the class and the library's code.
     std::string SelectedSpace() const {
@@ -275,20 +293,35 @@ public:
         if (!copy) throw std::bad_alloc();
         copy->CopyGeometryFrom(Self());
         copy->TakeCommonState(CommonState(), copyFlags);
+        Self().LendGraphicsTo(*copy, copyFlags);
         return copy;
     }
     // A new shape: this one mapped through `transform`, with what copyFlags selects.
     ComPtr<ILuxShape> MapThrough(const cc2XformLinear& transform, int32_t copyFlags) const {
         const ccShapePtrh mapped = Self().CoreShape()->Map(transform);
         ComPtr<ILuxShape> result = shape::NewShapeFromCore(*mapped);
-        ShapeImplementation::Require(result.get(), "NewShape").TakeCommonState(CommonState(), copyFlags);
+        ShapeImplementation& made = ShapeImplementation::Require(result.get(), "NewShape");
+        made.TakeCommonState(CommonState(), copyFlags);
+        Self().LendGraphicsTo(made, copyFlags);
         return result;
+    }
+    // Gives `made`, a new shape made from this one, the enumerated graphic settings it has
+    // under the same names, when copyFlags selects the basic graphics.
+    void LendGraphicsTo(ShapeImplementation& made, int32_t copyFlags) const {
+        if (!(copyFlags & luxCopyShapeBasicGraphics) || &made == this) return;
+        made.TakeEnumeratedGraphics(EnumeratedGraphics());
+    }
+    // A snapshot of the enumerated graphic settings.
+    EnumeratedGraphicSettings EnumeratedGraphics() const {
+        ObjectLock::Guard guard(this->Lock());
+        return enumeratedGraphics_;
     }
 
     // Clone: everything.
     void CopyFrom(const Derived& source) {
         Self().CopyGeometryFrom(source);
         TakeCommonState(source.CommonState(), luxCopyShapeAll);
+        source.LendGraphicsTo(*this, luxCopyShapeAll);
     }
     void PersistState(ArchiveAccess& archive) {
         if (archive.Saving()) {
@@ -317,10 +350,57 @@ protected:
         return this->RaiseChange(stateId, luxFA_Shape_Geometry);
     }
 
+    // The class's enumerated graphic setting `index` (of its table), as its enumeration.
+    template <class Enum>
+    HRESULT GetEnumeratedGraphic(const char* method, size_t index, Enum* value) {
+        return Guarded(method, PrimaryInterface::iid, [&] {
+            RequireOut(value);
+            ObjectLock::Guard guard(this->Lock());
+            *value = static_cast<Enum>(enumeratedGraphics_.Value(index));
+        });
+    }
+    // Checks, compares and stores setting `index`, then raises Change(its state ID, the
+    // value, luxFA_Shape_Graphic); a refused value changes nothing and raises nothing.
+    HRESULT PutEnumeratedGraphic(const char* method, size_t index, int32_t value) {
+        return Guarded(method, PrimaryInterface::iid, [&] {
+            enumeratedGraphics_.Check(index, value);
+            {
+                ObjectLock::Guard guard(this->Lock());
+                if (!enumeratedGraphics_.Store(index, value)) return S_OK;
+            }
+            VARIANT announced{};
+            announced.vt = VT_I4;
+            announced.lVal = value;
+            return this->RaiseChange(enumeratedGraphics_.Table()[index].stateId, announced, luxFA_Shape_Graphic);
+        });
+    }
+    // Writes or reads the enumerated settings' keys; from PersistShapeState (lock held).
+    void PersistEnumeratedGraphics(ArchiveAccess& archive) {
+        if (archive.Saving())
+            enumeratedGraphics_.Save(archive);
+        else
+            enumeratedGraphics_.Load(archive);
+    }
+    // MakeShapeModel of the classes: refused, `shape` naming the class ("an ellipse").
+    HRESULT RefuseShapeModel(IDispatch** model, const char* shape) {
+        return Guarded("MakeShapeModel", PrimaryInterface::iid, [&] {
+            RequireOut(model);
+            *model = nullptr;
+            ThrowNoShapeModel(shape);
+        });
+    }
+
     // Guarded by the object's lock.
     std::string selectedSpaceName_ = ".";
+    EnumeratedGraphicSettings enumeratedGraphics_{TableOf()};
 
 private:
+    static std::span<const EnumeratedSetting> TableOf() {
+        if constexpr (requires { Derived::EnumeratedGraphics(); })
+            return Derived::EnumeratedGraphics();
+        else
+            return {};
+    }
     Derived& Self() noexcept { return static_cast<Derived&>(*this); }
     const Derived& Self() const noexcept { return static_cast<const Derived&>(*this); }
 
@@ -337,7 +417,9 @@ private:
     ComPtr<ILuxRectangle> Enclosing(const ccShapePtrh_const& shape, int32_t copyFlags) const {
         const ccRectPtrh box = shape->BoundingBox();
         ComPtr<ILuxRectangle> rectangle = NewRectangle(*box);
-        ShapeImplementation::Require(rectangle.get(), "Rectangle").TakeCommonState(CommonState(), copyFlags);
+        ShapeImplementation& made = ShapeImplementation::Require(rectangle.get(), "Rectangle");
+        made.TakeCommonState(CommonState(), copyFlags);
+        Self().LendGraphicsTo(made, copyFlags);
         return rectangle;
     }
 };

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 
+#include "com/core/impl/EnumeratedGraphicSettings.h"
 #include "com/core/impl/GraphicSettings.h"
 #include "platform/StandardInterfaces.h"
 #include "xnl/std/shapes/ccShape.h"
@@ -29,6 +30,9 @@ public:
     // Takes SelectedSpaceName from `source` and whatever else `copyFlags` selects, without
     // an event: for an object nobody has seen yet.
     virtual void TakeCommonState(const ShapeCommonState& source, int32_t copyFlags) = 0;
+    // Takes the class's enumerated graphic settings that `source` has under the same names,
+    // without an event: for an object nobody has seen yet.
+    virtual void TakeEnumeratedGraphics(const EnumeratedGraphicSettings& source) = 0;
 
     // The library's shape behind `shape` (any of its interfaces); null for null, for
     // another implementation and for objects that are not shapes. Adds no reference.
