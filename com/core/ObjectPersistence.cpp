@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include <unistd.h>
 
@@ -46,7 +47,7 @@ FormatChoice Choose(int32_t format, bool loading, std::span<const uint8_t> head)
         case luxPersistFormatBinary:
             return {"Tessaly.LuxBinaryFormatter", ""};
         case luxPersistFormatSoap:
-            throw ccStdError::NotImplemented("the SOAP format is not available; use XML or binary");
+            return {"Tessaly.LuxSoapFormatter", ""};
         case luxPersistFormatCustom:  // needs a formatter object: its Serialize and Deserialize
         default:
             throw ccStdError::BadArgument("Format");
@@ -111,9 +112,22 @@ ComPtr<IDispatch> Load(IStream* stream, int32_t format) {
 
 int32_t DetectPersistFormat(std::span<const uint8_t> head) noexcept {
     size_t at = 0;
+    const auto skipSpace = [&] {
+        while (at < head.size() && (head[at] == ' ' || head[at] == '\t' || head[at] == '\r' || head[at] == '\n')) ++at;
+    };
     if (head.size() >= 3 && head[0] == 0xEF && head[1] == 0xBB && head[2] == 0xBF) at = 3;
-    while (at < head.size() && (head[at] == ' ' || head[at] == '\t' || head[at] == '\r' || head[at] == '\n')) ++at;
-    return at < head.size() && head[at] == '<' ? luxPersistFormatXML : luxPersistFormatBinary;
+    skipSpace();
+    if (at == head.size() || head[at] != '<') return luxPersistFormatBinary;
+    // Text: a SOAP document is the one whose top element, after the declaration, is an
+    // envelope ("<SOAP-ENV:Envelope"); everything else is left to the XML loader.
+    const std::string_view text(reinterpret_cast<const char*>(head.data()), head.size());
+    if (text.substr(at).starts_with("<?xml")) {
+        const size_t end = text.find("?>", at);
+        if (end == std::string_view::npos) return luxPersistFormatXML;
+        at = end + 2;
+        skipSpace();
+    }
+    return text.substr(at).starts_with("<SOAP-ENV:Envelope") ? luxPersistFormatSoap : luxPersistFormatXML;
 }
 
 HRESULT SaveObjectToStream(IDispatch* object, IStream* stream, int32_t format, int32_t options) noexcept {

@@ -3,9 +3,11 @@
 //  - luxPersistFormatXML and luxPersistFormatXMLWithLineBreaks: LuxXMLFormatter, plain or
 //    with line breaks;
 //  - luxPersistFormatBinary: LuxBinaryFormatter;
-//  - luxPersistFormatAny: saves binary; loading tells binary from XML by the first bytes.
-// luxPersistFormatSoap is not available (e_Lux_NotImplemented) and luxPersistFormatCustom
-// needs a formatter object (E_INVALIDARG): use the formatter's Serialize directly.
+//  - luxPersistFormatSoap: LuxSoapFormatter;
+//  - luxPersistFormatAny: saves binary; loading tells binary, XML and SOAP apart by the
+//    first bytes.
+// luxPersistFormatCustom needs a formatter object (E_INVALIDARG): use the formatter's
+// Serialize directly.
 //
 // Every function reports failures as an HRESULT with error info and changes nothing on
 // failure: a file is replaced only once the whole graph has been written (through a
@@ -41,8 +43,10 @@ HRESULT LoadObjectFromBytes(std::span<const uint8_t> bytes, int32_t format, IDis
 // object has been emptied.
 HRESULT ClearObjectGraph(IDispatch* root) noexcept;
 
-// The format of saved bytes judged from their start: luxPersistFormatXML when they begin
-// (after an optional byte-order mark and white space) with '<', else luxPersistFormatBinary.
+// The format of saved bytes judged from their start (after an optional byte-order mark and
+// white space): luxPersistFormatSoap when the top element, after an optional XML
+// declaration, is <SOAP-ENV:Envelope; luxPersistFormatXML for any other text beginning with
+// '<'; else luxPersistFormatBinary.
 int32_t DetectPersistFormat(std::span<const uint8_t> head) noexcept;
 
 }  // namespace tessaly
