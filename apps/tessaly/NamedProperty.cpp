@@ -62,18 +62,6 @@ std::string ArrayText(const VARIANT& value) {
     return text;
 }
 
-std::string ObjectText(IUnknown* object) {
-    if (!object) return {};
-    ComPtr<IProvideClassInfo> provider;
-    if (FAILED(object->QueryInterface(IProvideClassInfo::iid, provider.OutVoid())) || !provider) return "object";
-    ComPtr<ITypeInfo> typeInfo;
-    const CoClassInfo* coclass = nullptr;
-    if (FAILED(provider->GetClassInfo(typeInfo.Out())) || !typeInfo || FAILED(typeInfo->GetCoClassInfo(&coclass)) ||
-        !coclass)
-        return "object";
-    return coclass->versionIndependentProgId;
-}
-
 const CoClassInfo* ClassOf(IDispatch* object) noexcept {
     ComPtr<IProvideClassInfo> provider;
     if (!object || FAILED(object->QueryInterface(IProvideClassInfo::iid, provider.OutVoid())) || !provider)
@@ -83,6 +71,15 @@ const CoClassInfo* ClassOf(IDispatch* object) noexcept {
     if (FAILED(provider->GetClassInfo(typeInfo.Out())) || !typeInfo || FAILED(typeInfo->GetCoClassInfo(&coclass)))
         return nullptr;
     return coclass;
+}
+
+std::string ObjectText(IUnknown* object) {
+    if (!object) return {};
+    ComPtr<IDispatch> dispatch;
+    const CoClassInfo* coclass = SUCCEEDED(object->QueryInterface(IDispatch::iid, dispatch.OutVoid()))
+                                     ? ClassOf(dispatch.get())
+                                     : nullptr;
+    return coclass ? coclass->versionIndependentProgId : "object";
 }
 
 }  // namespace

@@ -38,8 +38,11 @@ constexpr const char* kHelp =
     "                   drawn and tinted over it\n"
     "\n"
     "Each image is given the coordinate space tree of the image the tool was saved with, so\n"
-    "a region placed in a fixture space finds it. Exit status: 0 when every file ran\n"
-    "(warnings and rejections included), 1 when some file failed, 2 for a usage error.\n";
+    "a region placed in a fixture space finds it. A progress bar is drawn on the error\n"
+    "stream while it is a terminal and the CSV does not go to that terminal. Exit status:\n"
+    "0 when every file ran"
+    " (warnings and rejections included), 1 when some file failed, 2 for a\n"
+    "usage error.\n";
 
 int UsageError(std::ostream& errors, const std::string& reason) {
     if (!reason.empty()) errors << "tessaly run: " << reason << '\n';
@@ -49,7 +52,7 @@ int UsageError(std::ostream& errors, const std::string& reason) {
 
 }  // namespace
 
-int RunCommand::Run(int argc, char** argv, std::ostream& out, std::ostream& errors, bool progressBar) {
+int RunCommand::Run(int argc, char** argv, std::ostream& out, std::ostream& errors, Terminals terminals) {
     for (int i = 0; i < argc; ++i) {
         const std::string_view argument = argv[i];
         if (argument == "--help" || argument == "-h") {
@@ -121,7 +124,7 @@ int RunCommand::Run(int argc, char** argv, std::ostream& out, std::ostream& erro
     RunPipeline::Options options;
     if (overlays) options.overlays = *overlays;
     options.errors = &errors;
-    if (progressBar) {
+    if (terminals.errors && !(toStandardOutput && terminals.out)) {
         bar.emplace(errors, files.size());
         bar->Show(0);
         options.progress = [&](uint64_t done) { bar->Show(done); };

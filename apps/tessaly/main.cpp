@@ -130,7 +130,8 @@ int main(int argc, char** argv) {
     if (command == "image") return tessaly::cli::ImageCommand::Run(argc - 2, argv + 2, std::cout, std::cerr);
     if (command == "inspect") return tessaly::cli::InspectCommand::Run(argc - 2, argv + 2, std::cout, std::cerr);
     if (command == "run")
-        return tessaly::cli::RunCommand::Run(argc - 2, argv + 2, std::cout, std::cerr, isatty(STDERR_FILENO));
+        return tessaly::cli::RunCommand::Run(argc - 2, argv + 2, std::cout, std::cerr,
+                                             {.out = isatty(STDOUT_FILENO) == 1, .errors = isatty(STDERR_FILENO) == 1});
     if (command == "demo") return tessaly::cli::DemoCommand::Run(argc - 2, argv + 2, std::cout, std::cerr);
     if (command == "help" || command == "--help" || command == "-h") {
         PrintUsage(std::cout);

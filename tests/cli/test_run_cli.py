@@ -175,36 +175,57 @@ class RunCommandTest(unittest.TestCase):
         self.assertEqual(unwritable.returncode, 1)
         self.assertIn(b"folder.csv", unwritable.stderr)
 
-    def test_a_progress_bar_on_a_terminal_only(self):
-        images = [self.demo_file("image.png")] * 3
-        quiet = run("run", self.demo_file("demo.bin"), *images, "--csv", self.path("quiet.csv"))
-        self.assertEqual(quiet.returncode, 0)
-        self.assertEqual(quiet.stderr, b"")
+    def on_terminal(self, args, stdout_too):
+        """Runs tessaly with its error stream (and, when asked, its output) on a terminal;
+        answers the exit status, what the terminal showed and what went to the pipe."""
         leader, follower = pty.openpty()
         try:
-            result = subprocess.run([TESSALY, "run", self.demo_file("demo.bin"), *images, "--csv", self.path("t.csv")],
-                                    stdout=subprocess.PIPE, stderr=follower, timeout=120)
+            process = subprocess.Popen([TESSALY, *args], stdout=follower if stdout_too else subprocess.PIPE,
+                                       stderr=follower)
             os.close(follower)
             follower = None
             shown = b""
             while True:
                 try:
                     chunk = os.read(leader, 4096)
-                except OSError:
+                except OSError:  # the terminal's other end closed
                     break
                 if not chunk:
                     break
                 shown += chunk
+            piped = b"" if stdout_too else process.stdout.read()
+            status = process.wait(timeout=120)
+            if process.stdout:
+                process.stdout.close()
         finally:
             if follower is not None:
                 os.close(follower)
             os.close(leader)
-        self.assertEqual(result.returncode, 0)
-        self.assertIn(b"\r[------------------------------]   0% 0/3 files", shown)
-        self.assertIn(b"\r[##############################] 100% 3/3 files", shown)
-        self.assertTrue(shown.rstrip(b"\r\n").endswith(b"100% 3/3 files"), shown)
-        with open(self.path("t.csv"), "rb") as f:
-            self.assertEqual(len(rows(f.read())), 4)
+        return status, shown, piped
+
+    def test_a_progress_bar_on_a_terminal_only(self):
+        images = [self.demo_file("image.png")] * 3
+        quiet = run("run", self.demo_file("demo.bin"), *images, "--csv", self.path("quiet.csv"))
+        self.assertEqual(quiet.returncode, 0)
+        self.assertEqual(quiet.stderr, b"")
+        # The error stream on a terminal, the CSV to a file or a pipe: the bar is drawn.
+        for csv_args in (("--csv", self.path("t.csv")), ()):
+            status, shown, piped = self.on_terminal(["run", self.demo_file("demo.bin"), *images, *csv_args], False)
+            self.assertEqual(status, 0)
+            self.assertIn(b"\r[------------------------------]   0% 0/3 files", shown)
+            self.assertIn(b"\r[##########--------------------]  33% 1/3 files", shown)
+            self.assertTrue(shown.endswith(b"\r[##############################] 100% 3/3 files\r\n"), shown)
+            self.assertNotIn(b"file,status", shown)
+            if csv_args:
+                with open(self.path("t.csv"), "rb") as f:
+                    self.assertEqual(len(rows(f.read())), 4)
+            else:
+                self.assertEqual(len(rows(piped)), 4)
+        # The CSV to the same terminal: its rows are the progress, no bar over them.
+        status, shown, _ = self.on_terminal(["run", self.demo_file("demo.bin"), *images], True)
+        self.assertEqual(status, 0)
+        self.assertNotIn(b"files", shown)
+        self.assertIn(b"file,status,status_text", shown)
 
     def test_overlays_one_png_per_image_that_ran(self):
         folder = self.path("in")
