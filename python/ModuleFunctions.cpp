@@ -71,7 +71,8 @@ void AddPersistenceFunctions(py::module_& module) {
         py::arg("obj"), py::arg("path"), py::arg("format") = kAny, py::arg("options") = kAll,
         "SaveObjectToFile(obj, path, format=luxPersistFormatAny, options=luxPersistOptionAll)\n\n"
         "Saves `obj` and every object it references to the file `path`, replacing the file only once\n"
-        "the whole graph is written. `format` is a LuxPersistFormatConstants value (Any saves binary),\n"
+        "the whole graph is written. `format` is a LuxPersistFormatConstants value (Any saves binary;\n"
+        "luxPersistFormatSoap the readable SOAP envelope),\n"
         "`options` LuxPersistOptionConstants bits.");
     module.def(
         "LoadObjectFromFile",
@@ -87,7 +88,8 @@ void AddPersistenceFunctions(py::module_& module) {
         },
         py::arg("path"), py::arg("format") = kAny,
         "LoadObjectFromFile(path, format=luxPersistFormatAny) -> object\n\n"
-        "Loads the object graph saved in the file `path`; Any tells binary from XML by the first bytes.");
+        "Loads the object graph saved in the file `path`; Any tells binary, XML and SOAP apart by the\n"
+        "first bytes.");
     module.def(
         "SaveObjectToBytes",
         [](py::handle object, int32_t format, int32_t options) {
@@ -122,7 +124,8 @@ void AddPersistenceFunctions(py::module_& module) {
         },
         py::arg("data"), py::arg("format") = kAny,
         "LoadObjectFromBytes(data, format=luxPersistFormatAny) -> object\n\n"
-        "Loads the object graph saved in `data` (bytes, bytearray or any contiguous byte buffer).");
+        "Loads the object graph saved in `data` (bytes, bytearray or any contiguous byte buffer); Any\n"
+        "tells binary, XML and SOAP apart by the first bytes.");
     module.def(
         "ClearObjectGraph",
         [](py::handle object) {

@@ -11,6 +11,7 @@ std::optional<int32_t> ArchiveConverter::ParseFormat(std::string_view name) noex
     if (name == "xml") return luxPersistFormatXML;
     if (name == "xml-linebreaks") return luxPersistFormatXMLWithLineBreaks;
     if (name == "binary") return luxPersistFormatBinary;
+    if (name == "soap") return luxPersistFormatSoap;
     return std::nullopt;
 }
 

@@ -13,9 +13,9 @@ namespace tessaly::cli {
 class ArchiveConverter {
 public:
     // The names the command takes after --format.
-    static constexpr const char* kFormatNames = "xml|xml-linebreaks|binary";
+    static constexpr const char* kFormatNames = "xml|xml-linebreaks|binary|soap";
 
-    // "xml", "xml-linebreaks" or "binary" as a LuxPersistFormatConstants value.
+    // "xml", "xml-linebreaks", "binary" or "soap" as a LuxPersistFormatConstants value.
     static std::optional<int32_t> ParseFormat(std::string_view name) noexcept;
 
     // Loads `input` and saves it as `output` (replaced only once complete). Returns 0, or
