@@ -4,8 +4,8 @@
     tests/fuzz/make_corpus.py build-cli/bin/tessaly
 
 Valid seeds are XML documents written here by hand, and their conversions by
-`tessaly convert` into the line-break layout and the binary format; broken seeds are
-documents and archives damaged in one way each. File names say which is which: valid-*
+`tessaly convert` into the line-break layout, the binary format and SOAP, beside SOAP
+envelopes written by hand; broken seeds are documents and archives damaged in one way each. File names say which is which: valid-*
 must load, broken-* must fail (tests_hostile checks both), edge-* may do either, finding-*
 are inputs a fuzzer found; every one must load or fail cleanly. Existing finding-* files
 are kept."""
@@ -126,6 +126,74 @@ BROKEN_XML = {
 }
 
 
+SOAP_HEAD = ('<?xml version="1.0"?>\r\n<SOAP-ENV:Envelope xmlns:SOAP-ENV="http://schemas.xmlsoap.org/soap/envelope/" '
+             'xmlns:SOAP-ENC="http://schemas.xmlsoap.org/soap/encoding/" '
+             'xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance" xmlns:xsd="http://www.w3.org/2001/XMLSchema" '
+             'xmlns:lux="urn:schemas-tessaly:classes" '
+             'SOAP-ENV:encodingStyle="http://schemas.xmlsoap.org/soap/encoding/"><SOAP-ENV:Body>')
+
+
+def envelope(*objects):
+    return SOAP_HEAD + "".join(objects) + "</SOAP-ENV:Body></SOAP-ENV:Envelope>"
+
+
+def soap_obj(object_id, *values, tag="lux:LuxCollection", progid=None):
+    named = f' lux:class="{progid}"' if progid else ""
+    return f'<{tag} id="ref-{object_id}"{named}>' + "".join(values) + f"</{tag}>"
+
+
+def soap_root(*values, more=()):
+    return envelope(soap_obj(1, *values, progid=COLLECTION), *more)
+
+
+# Envelopes only SOAP has: references forward from values and arrays, objects out of order,
+# a header and ignored pieces, typed and untyped values side by side.
+SOAP_ONLY = {
+    "forward": soap_root(
+        '<Item0 href="#ref-3"/>',
+        '<Item1 xsi:type="SOAP-ENC:Array" SOAP-ENC:arrayType="xsd:anyType[2]"><item>1</item>'
+        '<item SOAP-ENC:arrayType="xsd:anyType[1]"><item href="#ref-2"/></item></Item1>',
+        '<Item2 SOAP-ENC:arrayType="lux:unknown[2]"><item href="#ref-3"/><item xsi:nil="true"/></Item2>',
+        more=[soap_obj(3, "<Item0>three</Item0>", tag="lux:Strings", progid=STRINGS),
+              soap_obj(2, '<Item0 href="#ref-1"/>')]),
+    "header": '<?xml version="1.0"?><!-- by hand -->\n<SOAP-ENV:Envelope><SOAP-ENV:Header><s>1</s></SOAP-ENV:Header>'
+              '<SOAP-ENV:Body>\n<lux:C id="ref-1" lux:class="{B809278B-0289-46F7-9589-972AA350300E}" note="x">text'
+              '<Item0><![CDATA[<raw> & text]]></Item0><Item1 xsi:type="xsd:int"> 12 </Item1></lux:C>'
+              '</SOAP-ENV:Body><After/></SOAP-ENV:Envelope>',
+    "typed": soap_root(
+        "<Item0>5</Item0>", '<Item1 xsi:type="xsd:string">5</Item1>', "<Item2>0.5</Item2>",
+        '<Item3 xsi:type="xsd:double">2</Item3>', "<Item4>true</Item4>", '<Item5 xsi:type="lux:empty"/>',
+        '<Item6 xsi:type="xsd:dateTime">2024-02-29T12:30:45.125</Item6>', '<Item7 xsi:type="xsd:decimal">-1.5</Item7>',
+        '<Item8 xsi:type="xsd:base64Binary" SOAP-ENC:arrayType="xsd:unsignedByte[2,2]" lux:lowerBounds="-1,0">'
+        "AAECAw==</Item8>",
+        '<Item9 xsi:type="SOAP-ENC:Array" SOAP-ENC:arrayType="xsd:short[2,2]" lux:lowerBounds="1,0">'
+        "<item>-15</item><item>-5</item><item>5</item><item>15</item></Item9>",
+        '<Item10 SOAP-ENC:arrayType="xsd:double[]"/>'),
+    "null-class": soap_root('<Item0 href="#ref-2"/>', '<Item1 href="#ref-2"/>',
+                            more=[soap_obj(2, tag="lux:Object", progid="NULL")]),
+}
+
+BROKEN_SOAP = {
+    "not-envelope": VALID["shared"],
+    "no-body": '<SOAP-ENV:Envelope><SOAP-ENV:Header/></SOAP-ENV:Envelope>',
+    "empty-body": envelope(),
+    "no-id": envelope('<lux:LuxCollection lux:class="Tessaly.LuxCollection"/>'),
+    "bad-id": envelope('<lux:LuxCollection id="ref-0" lux:class="Tessaly.LuxCollection"/>'),
+    "duplicate-id": soap_root('<Item0 href="#ref-2"/>', more=[soap_obj(2), soap_obj(2)]),
+    "unknown-class": envelope(soap_obj(1, tag="lux:Thing", progid="Tessaly.NoSuchThing")),
+    "unnamed-class": soap_root('<Item0 href="#ref-2"/>', more=[soap_obj(2, tag="lux:Strings")]),
+    "unresolved": soap_root('<Item0 href="#ref-9"/>'),
+    "bad-number": soap_root('<Item0 xsi:type="xsd:int">12x</Item0>'),
+    "bad-type": soap_root('<Item0 xsi:type="xsd:complex">1</Item0>'),
+    "array-type": soap_root('<Item0 SOAP-ENC:arrayType="xsd:int[2;3]"><item>1</item></Item0>'),
+    "array-huge": soap_root('<Item0 SOAP-ENC:arrayType="xsd:int[1048576,1048576]"><item>1</item></Item0>'),
+    "array-count": soap_root('<Item0 SOAP-ENC:arrayType="xsd:int[3]"><item>1</item><item>2</item></Item0>'),
+    "bad-base64": soap_root('<Item0 xsi:type="xsd:base64Binary">A*==</Item0>'),
+    "short-base64": soap_root('<Item0 xsi:type="xsd:base64Binary" SOAP-ENC:arrayType="xsd:unsignedByte[16]">AAEC</Item0>'),
+    "cut": soap_root('<Item0 href="#ref-2"/>', more=[soap_obj(2, "<Item0>x</Item0>")])[:-60],
+}
+
+
 def run(tessaly, *args):
     result = subprocess.run([tessaly, *args], capture_output=True, text=True)
     if result.returncode != 0:
@@ -166,7 +234,8 @@ def main():
         sys.exit(__doc__)
     tessaly = sys.argv[1]
     xml_dir, binary_dir = os.path.join(CORPUS, "xml"), os.path.join(CORPUS, "binary")
-    for folder in (xml_dir, binary_dir):
+    soap_dir = os.path.join(CORPUS, "soap")
+    for folder in (xml_dir, binary_dir, soap_dir):
         os.makedirs(folder, exist_ok=True)
         for name in os.listdir(folder):
             if not name.startswith("finding-"):
@@ -186,8 +255,12 @@ def main():
                 continue
             lines = os.path.join(work, name + "-lines.xml")
             binary = os.path.join(work, name + ".bin")
+            soap = os.path.join(work, name + ".soap")
             run(tessaly, "convert", source, lines, "--format", "xml-linebreaks")
             run(tessaly, "convert", source, binary, "--format", "binary")
+            run(tessaly, "convert", source, soap, "--format", "soap")
+            with open(soap, "rb") as f:
+                write(soap_dir, f"valid-{name}.soap", f.read())
             with open(lines, "rb") as f:
                 write(xml_dir, f"valid-{name}-lines.xml", f.read())
             with open(binary, "rb") as f:
@@ -195,6 +268,10 @@ def main():
             write(binary_dir, f"valid-{name}.bin", binaries[name])
     for name, text in BROKEN_XML.items():
         write(xml_dir, f"broken-{name}.xml", text)
+    for name, text in SOAP_ONLY.items():
+        write(soap_dir, f"valid-{name}.soap", text)
+    for name, text in BROKEN_SOAP.items():
+        write(soap_dir, f"broken-{name}.soap", text)
     for name, data in binary_broken(binaries).items():
         write(binary_dir, f"broken-{name}.bin", data)
     # Bytes after the end mark: whether a reader takes them is its choice.
