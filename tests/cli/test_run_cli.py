@@ -86,6 +86,22 @@ class RunCommandTest(unittest.TestCase):
         self.assertTrue(result.stdout.endswith(b"\r\n"))
         self.assertEqual(result.stdout.count(b"\r\n"), 2)
 
+    def test_a_tool_inside_a_collection_is_found(self):
+        with open(self.demo_file("demo.xml"), encoding="utf-8") as f:
+            xml = f.read()
+        head, rest = xml.split('<Object ProgID="Tessaly.LuxRegionStatisticsTool.1" id="1">', 1)
+        body, tail = rest.rsplit("</Object>", 1)
+        wrapped = (head + '<Object ProgID="Tessaly.LuxCollection.1" id="9000"><Item0 dt:dt="i4">5</Item0>'
+                   '<Item1 ProgID="Tessaly.LuxRegionStatisticsTool.1" id="1">' + body + "</Item1></Object>" + tail)
+        archive = self.path("collection.xml")
+        with open(archive, "w", encoding="utf-8") as f:
+            f.write(wrapped)
+        self.assertTrue(run("dump", archive).stdout.startswith(b"Tessaly.LuxCollection"))
+        direct = run("run", self.demo_file("demo.xml"), self.demo_file("image.png"))
+        result = run("run", archive, self.demo_file("image.png"))
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(rows(result.stdout)[1][4:], rows(direct.stdout)[1][4:])
+
     def test_files_and_folders_in_order_with_failing_files_as_rows_of_their_own(self):
         folder = self.path("parts")
         os.makedirs(os.path.join(folder, "sub"))
