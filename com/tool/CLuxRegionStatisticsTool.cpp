@@ -1,5 +1,6 @@
 #include "com/tool/CLuxRegionStatisticsTool.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -153,17 +154,35 @@ std::span<const char* const> CLuxRegionStatisticsTool::ExposedOutputNames() noex
 // ---- the work -------------------------------------------------------------------------
 
 CLuxRegionStatisticsTool::MeasuredPixels CLuxRegionStatisticsTool::PixelsToMeasure(ILuxImage* image, int32_t width,
-                                                                                  int32_t height) const {
-    MeasuredPixels measured;
+                                                                                  int32_t height) {
+    // Lock held (RunWork).
+    ccShapePtrh_const core;
+    cc2XformLinear pixelFromRegion;
     if (region_) {
         const core::ShapeImplementation& region = core::ShapeImplementation::Require(region_.get(), "Region");
+        core = region.CoreShape();
         const std::string space = shape::SpaceInImage(image, region.CommonState().selectedSpaceName);
-        measured.regionInPixels = region.CoreShape()->Map(shape::LinearTransformInImage(image, "#", space));
-    } else {
-        measured.regionInPixels = ccShapePtrh_const(new ccRect(0, 0, width, height));
+        pixelFromRegion = shape::LinearTransformInImage(image, "#", space);
     }
+    const double key[6] = {pixelFromRegion.M00(), pixelFromRegion.M01(), pixelFromRegion.M10(),
+                           pixelFromRegion.M11(), pixelFromRegion.TranslationX(), pixelFromRegion.TranslationY()};
+    MaskCache& cache = maskCache_;
+    if (cache.measured.regionInPixels && cache.regionCore == core && cache.width == width && cache.height == height &&
+        std::equal(std::begin(key), std::end(key), std::begin(cache.pixelFromRegion)))
+        return cache.measured;  // shares the runs and the shape
+
+    MeasuredPixels measured;
+    if (core)
+        measured.regionInPixels = core->Map(pixelFromRegion);
+    else
+        measured.regionInPixels = ccShapePtrh_const(new ccRect(0, 0, width, height));
     const ccPixelBox box = measured.regionInPixels->PixelBounds().Intersect(ccPixelBox::OfImage(width, height));
     measured.mask = shape::Rasterize(*measured.regionInPixels, box, kInside, kOutside);
+    cache.regionCore = core;
+    std::copy(std::begin(key), std::end(key), std::begin(cache.pixelFromRegion));
+    cache.width = width;
+    cache.height = height;
+    cache.measured = measured;
     return measured;
 }
 

@@ -20,7 +20,10 @@
 //    InputImage and Region luxFA_Tool_CurrentRecord, the others luxFA_Misc. A refused call
 //    changes nothing and raises nothing.
 //
-// Run (ILuxToolImpl::Run around RunWork). Failures, each leaving ResultsValid false:
+// Run (ILuxToolImpl::Run around RunWork). The region is mapped into the image's pixels and
+// scan-converted on every run, unless its geometry (the same core shape), its transform
+// into the pixels and the image's size are those of the previous run: the mask is then
+// taken again as it was made. Failures, each leaving ResultsValid false:
 //  - no input image: e_LuxOperator_NoInputImage;
 //  - an image without pixels: e_LuxImage_NoPixels; of another implementation:
 //    E_INVALIDARG naming "InputImage";
@@ -151,7 +154,17 @@ private:
         ccShapePtrh_const regionInPixels;
         shape::RegionMask mask;
     };
-    MeasuredPixels PixelsToMeasure(ILuxImage* image, int32_t width, int32_t height) const;
+    // What the mask of the last run was made from; a run whose region geometry (the same
+    // core shape, held here so that its address cannot be taken by another), transform into
+    // the pixels and image size are the same takes the mask again instead of making it.
+    struct MaskCache {
+        ccShapePtrh_const regionCore;  // null: the whole image
+        double pixelFromRegion[6] = {};
+        int32_t width = -1;
+        int32_t height = -1;
+        MeasuredPixels measured;
+    };
+    MeasuredPixels PixelsToMeasure(ILuxImage* image, int32_t width, int32_t height);
     ToolOutcome Judge(double mean) const;
     void CheckLimitsOrder() const;
 
@@ -168,6 +181,7 @@ private:
     Limits limits_;
     Results results_;
     LastRun lastRun_;
+    MaskCache maskCache_;
 };
 
 }  // namespace tessaly::tool

@@ -60,6 +60,27 @@ TEST_F(RegionStatisticsToolTest, ResultsMatchBruteForceUnderRotatedRegionsInASca
     ExpectResults(tool.get(), BruteStatistics(AllValues(image.get(), 0), 256));
 }
 
+TEST_F(RegionStatisticsToolTest, TheSameRegionFollowsItsSpaceTheImageSizeAndItsOwnGeometryFromRunToRun) {
+    // Runs keep the mask while nothing it depends on changes: each change here must show.
+    std::mt19937 random(23);
+    auto tool = NewTool();
+    auto region = NewAffine(20, 15, 18, 12, 0.5, 0.0, "Fixture");
+    SetRegion(tool.get(), region.get());
+    const Placement placements[] = {{1.0, 0.2, 4, 3}, {1.0, 0.2, 4, 3}, {1.5, -0.3, 9, 12}, {1.5, -0.3, 9, 12}};
+    const LONG widths[] = {50, 50, 50, 44};
+    for (int i = 0; i < 4; ++i) {
+        SCOPED_TRACE(i);
+        auto image = RandomImage8(widths[i], 40, random);
+        AddFixtureSpace(image.get(), placements[i]);
+        SetImage(tool.get(), image.get());
+        ASSERT_EQ(RunAndRead(tool.get()).code, S_OK);
+        ExpectResults(tool.get(), BruteStatistics(ValuesUnder(image.get(), region.get(), placements[i], 0), 256));
+        ASSERT_EQ(region->put_SideXLength(18 + i), S_OK);  // and the geometry itself, for the next run
+        ASSERT_EQ(RunAndRead(tool.get()).code, S_OK);
+        ExpectResults(tool.get(), BruteStatistics(ValuesUnder(image.get(), region.get(), placements[i], 0), 256));
+    }
+}
+
 TEST_F(RegionStatisticsToolTest, TheMedianIsTheSmallestValueWithHalfThePixelsAtOrBelowIt) {
     // Two columns of 0 and two of 9: half the pixels are at or below 0.
     auto image = NewImage(4, 1);
