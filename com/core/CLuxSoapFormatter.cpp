@@ -1039,7 +1039,11 @@ private:
 
     // A comma-separated list of [-]digits, each within [low, high].
     std::vector<int64_t> ParseList(std::string_view element, std::string_view text, int64_t low, int64_t high) const {
+        // Counted first, so that a list longer than any array can have allocates nothing.
+        const size_t count = static_cast<size_t>(std::count(text.begin(), text.end(), ',')) + 1;
+        if (count > kMaxDimensions) InvalidAttributes(element);
         std::vector<int64_t> values;
+        values.reserve(count);
         size_t pos = 0;
         for (;;) {
             const bool negative = pos < text.size() && text[pos] == '-';
@@ -1052,7 +1056,7 @@ private:
                 FormatterErrors::Throw(ids_LuxFormatter_InvalidArrayBoundSep_3,
                                        {Excerpt(text), Located(element), at < text.size() ? Excerpt(text.substr(at)) : "the end"});
             const int64_t value = negative ? -magnitude : magnitude;
-            if (value < low || value > high || values.size() == kMaxDimensions) InvalidAttributes(element);
+            if (value < low || value > high) InvalidAttributes(element);
             values.push_back(value);
             if (at == text.size()) return values;
             pos = at + 1;

@@ -118,13 +118,17 @@ int32_t DetectPersistFormat(std::span<const uint8_t> head) noexcept {
     if (head.size() >= 3 && head[0] == 0xEF && head[1] == 0xBB && head[2] == 0xBF) at = 3;
     skipSpace();
     if (at == head.size() || head[at] != '<') return luxPersistFormatBinary;
-    // Text: a SOAP document is the one whose top element, after the declaration, is an
-    // envelope ("<SOAP-ENV:Envelope"); everything else is left to the XML loader.
+    // Text: a SOAP document is the one whose top element, after the declaration, comments
+    // and processing instructions, is an envelope ("<SOAP-ENV:Envelope"); everything else
+    // is left to the XML loader.
     const std::string_view text(reinterpret_cast<const char*>(head.data()), head.size());
-    if (text.substr(at).starts_with("<?xml")) {
-        const size_t end = text.find("?>", at);
+    for (;;) {
+        const std::string_view rest = text.substr(at);
+        const bool instruction = rest.starts_with("<?");
+        if (!instruction && !rest.starts_with("<!--")) break;
+        const size_t end = text.find(instruction ? "?>" : "-->", at + (instruction ? 2 : 4));
         if (end == std::string_view::npos) return luxPersistFormatXML;
-        at = end + 2;
+        at = end + (instruction ? 2 : 3);
         skipSpace();
     }
     return text.substr(at).starts_with("<SOAP-ENV:Envelope") ? luxPersistFormatSoap : luxPersistFormatXML;

@@ -44,8 +44,8 @@ HRESULT LoadObjectFromBytes(std::span<const uint8_t> bytes, int32_t format, IDis
 HRESULT ClearObjectGraph(IDispatch* root) noexcept;
 
 // The format of saved bytes judged from their start (after an optional byte-order mark and
-// white space): luxPersistFormatSoap when the top element, after an optional XML
-// declaration, is <SOAP-ENV:Envelope; luxPersistFormatXML for any other text beginning with
+// white space): luxPersistFormatSoap when the top element, after the XML declaration,
+// comments and processing instructions that fit in the head, is <SOAP-ENV:Envelope; luxPersistFormatXML for any other text beginning with
 // '<'; else luxPersistFormatBinary.
 int32_t DetectPersistFormat(std::span<const uint8_t> head) noexcept;
 

@@ -154,6 +154,8 @@ TEST_F(SoapFormatterTest, FormatAnyTellsSoapFromXmlAndBinary) {
     EXPECT_EQ(detect("<?xml version=\"1.0\"?>\r\n<Root xmlns:dt=\"urn:schemas-microsoft-com:datatypes\">"),
               luxPersistFormatXML);
     EXPECT_EQ(detect("<SOAP-ENV:Envelopes>"), luxPersistFormatSoap) << "the reader refuses it with its message";
+    EXPECT_EQ(detect("<?xml version=\"1.0\"?><!-- saved --><?pi?>\n<SOAP-ENV:Envelope>"), luxPersistFormatSoap);
+    EXPECT_EQ(detect("<?xml version=\"1.0\"?><!-- never closed <SOAP-ENV:Envelope>"), luxPersistFormatXML);
     EXPECT_EQ(detect("<?xml version=\"1.0\"?><soap:Envelope>"), luxPersistFormatXML);
     EXPECT_EQ(detect("<?xml version=\"1.0\""), luxPersistFormatXML);
     EXPECT_EQ(detect("\x89TSA"), luxPersistFormatBinary);
