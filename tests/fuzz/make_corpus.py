@@ -174,7 +174,6 @@ SOAP_ONLY = {
 }
 
 BROKEN_SOAP = {
-    "not-envelope": VALID["shared"],
     "no-body": '<SOAP-ENV:Envelope><SOAP-ENV:Header/></SOAP-ENV:Envelope>',
     "empty-body": envelope(),
     "no-id": envelope('<lux:LuxCollection lux:class="Tessaly.LuxCollection"/>'),
@@ -272,6 +271,8 @@ def main():
         write(soap_dir, f"valid-{name}.soap", text)
     for name, text in BROKEN_SOAP.items():
         write(soap_dir, f"broken-{name}.soap", text)
+    # An XML document: the SOAP loader refuses it, detection hands it to the XML loader.
+    write(soap_dir, "edge-xml-document.soap", VALID["shared"])
     for name, data in binary_broken(binaries).items():
         write(binary_dir, f"broken-{name}.bin", data)
     # Bytes after the end mark: whether a reader takes them is its choice.

@@ -177,7 +177,8 @@ TEST_F(HostileInputTest, EveryCorpusFileLoadsOrFailsCleanly) {
         const char* name;
         int32_t format;
     };
-    for (const Folder folder : {Folder{"xml", luxPersistFormatXML}, Folder{"binary", luxPersistFormatBinary}}) {
+    for (const Folder folder : {Folder{"xml", luxPersistFormatXML}, Folder{"binary", luxPersistFormatBinary},
+                                Folder{"soap", luxPersistFormatSoap}}) {
         size_t files = 0, valid = 0, broken = 0;
         for (const auto& entry : std::filesystem::directory_iterator(corpus / folder.name)) {
             if (!entry.is_regular_file()) continue;
@@ -206,7 +207,8 @@ TEST_F(HostileInputTest, EveryCorpusFileLoadsOrFailsCleanly) {
 }
 
 TEST_F(HostileInputTest, EveryTruncationOfAValidArchiveFailsCleanly) {
-    for (const int32_t format : {luxPersistFormatBinary, luxPersistFormatXML, luxPersistFormatXMLWithLineBreaks}) {
+    for (const int32_t format : {luxPersistFormatBinary, luxPersistFormatXML, luxPersistFormatXMLWithLineBreaks,
+                                 luxPersistFormatSoap}) {
         const Bytes bytes = SaveAndRelease(Graph(), format);
         SCOPED_TRACE("format " + std::to_string(format));
         ASSERT_GT(bytes.size(), 200u);
@@ -228,7 +230,7 @@ TEST_F(HostileInputTest, EveryTruncationOfAValidArchiveFailsCleanly) {
                 }
                 const bool binary = format == luxPersistFormatBinary;
                 // A cut binary archive runs out of data; a cut document is reported by the
-                // XML formatter's own messages or, inside a value, as a bad value.
+                // text formatters' own messages or, inside a value, as a bad value.
                 const bool expectedCode =
                     binary ? outcome.result == e_Lux_BadFileFormat
                            : outcome.result == e_Lux_BadFileFormat ||
@@ -448,6 +450,119 @@ TEST_F(HostileInputTest, ObjectsThatHoldThemselvesAreFreedWhateverTheLoadsOutcom
     outcome = HostileLoad::Run(std::span(saved.data(), saved.size() - 1), luxPersistFormatBinary);
     EXPECT_EQ(outcome.result, e_Lux_BadFileFormat) << outcome.Describe();
     EXPECT_EQ(outcome.leftAlive, 0);
+}
+
+// A SOAP envelope whose body holds `objects`, the namespaces as the formatter writes them.
+Bytes Envelope(const std::string& objects) {
+    return BytesOf("<?xml version=\"1.0\"?>\r\n<SOAP-ENV:Envelope xmlns:SOAP-ENV=\"http://schemas.xmlsoap.org/soap/envelope/\" "
+                   "xmlns:SOAP-ENC=\"http://schemas.xmlsoap.org/soap/encoding/\" "
+                   "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+                   "xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\" xmlns:lux=\"urn:schemas-tessaly:classes\" "
+                   "SOAP-ENV:encodingStyle=\"http://schemas.xmlsoap.org/soap/encoding/\"><SOAP-ENV:Body>" +
+                   objects + "</SOAP-ENV:Body></SOAP-ENV:Envelope>");
+}
+
+// A SOAP envelope whose root collection holds `values`.
+Bytes SoapCollection(const std::string& values) {
+    return Envelope("<lux:LuxCollection id=\"ref-1\" lux:class=\"Tessaly.LuxCollection.1\">" + values +
+                    "</lux:LuxCollection>");
+}
+
+TEST_F(HostileInputTest, SoapArrayTypesClaimingTwoToTheFortyElementsFailBeforeAllocating) {
+    const std::string square = "[1048576,1048576]";  // 2^20 by 2^20
+    struct Case {
+        const char* what;
+        std::string item;
+        HRESULT expected;
+    };
+    const Case cases[] = {
+        {"numbers", "<Item0 SOAP-ENC:arrayType=\"xsd:int" + square + "\"><item>1</item></Item0>", e_Lux_BadFileFormat},
+        {"variants", "<Item0 SOAP-ENC:arrayType=\"xsd:anyType" + square + "\"><item/><item/></Item0>",
+         e_Lux_BadFileFormat},
+        {"strings", "<Item0 SOAP-ENC:arrayType=\"xsd:string" + square + "\"><item>a</item></Item0>",
+         e_Lux_BadFileFormat},
+        {"objects", "<Item0 SOAP-ENC:arrayType=\"lux:object" + square + "\"><item href=\"#ref-1\"/></Item0>",
+         e_Lux_BadFileFormat},
+        {"base64 bytes",
+         "<Item0 xsi:type=\"xsd:base64Binary\" SOAP-ENC:arrayType=\"xsd:unsignedByte" + square + "\">AAAA</Item0>",
+         ids_LuxFormatter_ShortMime_1},
+        {"one dimension of 2^40", "<Item0 SOAP-ENC:arrayType=\"xsd:double[1099511627776]\"><item>1</item></Item0>",
+         ids_LuxFormatter_InvalidNodeAttrs_1},
+        {"a dimension past the 32-bit index range",
+         "<Item0 SOAP-ENC:arrayType=\"xsd:double[4294967295]\" lux:lowerBounds=\"1\"><item>1</item></Item0>",
+         ids_LuxFormatter_InvalidNodeAttrs_1},
+        {"65,536 dimensions", "<Item0 SOAP-ENC:arrayType=\"xsd:int[" + [] {
+             std::string many = "1";
+             for (int i = 1; i < 65536; ++i) many += ",1";
+             return many;
+         }() + "]\"><item>1</item></Item0>",
+         ids_LuxFormatter_InvalidNodeAttrs_1},
+    };
+    for (const Case& test : cases) {
+        ExpectRefusedCheaply(SoapCollection(test.item), luxPersistFormatSoap, test.expected, test.what);
+        ExpectRefusedCheaply(SoapCollection(test.item), luxPersistFormatAny, test.expected,
+                             std::string(test.what) + ", detected");
+    }
+}
+
+TEST_F(HostileInputTest, HundredThousandNestedSoapArraysFailWithoutExhaustingTheStack) {
+    constexpr int kLevels = 100000;
+    const auto repeat = [](std::string_view unit, int times) {
+        std::string text;
+        text.reserve(unit.size() * times);
+        for (int i = 0; i < times; ++i) text += unit;
+        return text;
+    };
+    const std::string open = repeat("<item SOAP-ENC:arrayType=\"xsd:anyType[1]\">", kLevels);
+    const Bytes nested = SoapCollection("<Item0 SOAP-ENC:arrayType=\"xsd:anyType[1]\">" + open +
+                                        repeat("</item>", kLevels) + "</Item0>");
+    const Bytes unclosed = SoapCollection("<Item0 SOAP-ENC:arrayType=\"xsd:anyType[1]\">" + open);
+    const Bytes header = Envelope("").size() ? BytesOf("<SOAP-ENV:Envelope><SOAP-ENV:Header>" + repeat("<a>", kLevels) +
+                                                       repeat("</a>", kLevels) + "</SOAP-ENV:Header></SOAP-ENV:Envelope>")
+                                             : Bytes();
+    for (const Bytes* bytes : {&nested, &unclosed, &header}) {
+        const LoadOutcome outcome = HostileLoad::Run(*bytes, luxPersistFormatSoap);
+        EXPECT_EQ(outcome.result, ids_LuxFormatter_BadFormat) << outcome.Describe();
+        EXPECT_TRUE(outcome.errorInfo);
+        EXPECT_EQ(outcome.leftAlive, 0);
+    }
+}
+
+TEST_F(HostileInputTest, SoapChainOfHundredThousandForwardReferencesLoadsAndSavesFlat) {
+    // Each object refers to the next, not read yet: every reference is resolved at the end.
+    // The graph nests 100,000 deep, the document three levels, and SOAP saves it as it
+    // loaded it, where the nesting formats stop at their limit.
+    constexpr int kObjects = 100000;
+    std::string body = "<lux:LuxCollection id=\"ref-1\" lux:class=\"Tessaly.LuxCollection.1\"><Item0 href=\"#ref-2\"/>"
+                       "</lux:LuxCollection>";
+    for (int id = 2; id < kObjects; ++id)
+        body += "<lux:LuxCollection id=\"ref-" + std::to_string(id) + "\"><Item0 href=\"#ref-" + std::to_string(id + 1) +
+                "\"/></lux:LuxCollection>";
+    body += "<lux:LuxCollection id=\"ref-" + std::to_string(kObjects) + "\"/>";
+    const Bytes document = Envelope(body);
+    const LoadOutcome outcome = HostileLoad::Run(document, luxPersistFormatSoap);
+    EXPECT_EQ(outcome.result, S_OK) << outcome.Describe();
+    EXPECT_EQ(outcome.leftAlive, 0);
+
+    const LONG before = Module::LiveObjectCount();
+    {
+        ComPtr<IDispatch> root;
+        ASSERT_EQ(LoadObjectFromBytes(document, luxPersistFormatAny, root.Out()), S_OK);
+        EXPECT_EQ(Module::LiveObjectCount(), before + kObjects);
+        Bytes saved;
+        EXPECT_EQ(SaveObjectToBytes(root.get(), luxPersistFormatSoap, luxPersistOptionAll, &saved), S_OK);
+        EXPECT_TRUE(saved == document) << "saved " << saved.size() << " bytes of " << document.size();
+        EXPECT_EQ(SaveObjectToBytes(root.get(), luxPersistFormatXML, luxPersistOptionAll, &saved),
+                  ids_LuxFormatter_CantSaveObject_2);
+    }
+    EXPECT_EQ(Module::LiveObjectCount(), before);
+
+    // The same chain with its last object missing: nothing is loaded, nothing left alive.
+    const std::string last = "<lux:LuxCollection id=\"ref-" + std::to_string(kObjects) + "\"/>";
+    const LoadOutcome missing =
+        HostileLoad::Run(Envelope(body.substr(0, body.size() - last.size())), luxPersistFormatSoap);
+    EXPECT_EQ(missing.result, ids_LuxFormatter_UnsresolvedHref_1) << missing.Describe();
+    EXPECT_EQ(missing.leftAlive, 0);
 }
 
 TEST_F(HostileInputTest, AllocationCounterSeesTheLibrarysAllocations) {
