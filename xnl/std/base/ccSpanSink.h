@@ -8,6 +8,7 @@
 // pixels is simply not mentioned.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 class ccSpanSink {
@@ -18,6 +19,11 @@ public:
     // part of a shape). A sink that stores rectangles cheaply overrides it; the default
     // gives one blitH per row. Nothing happens when height is below 1.
     virtual void blitRect(int32_t x, int32_t y, int32_t width, int32_t height);
+    // The spans [bounds[0], bounds[1]), [bounds[2], bounds[3]), ... of row y: `count` bounds,
+    // an even number, under the same contract (increasing, none empty, none touching). A
+    // converter with many spans a row hands them over in one call; a sink that can take
+    // them in one go overrides it; the default gives one blitH per span.
+    virtual void blitRow(int32_t y, const int32_t* bounds, size_t count);
 
 protected:
     ccSpanSink() = default;

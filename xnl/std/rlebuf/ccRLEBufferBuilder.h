@@ -3,7 +3,7 @@
 // coordinates; spanned pixels get `insideValue`, every other pixel `outsideValue`.
 //
 //     ccRLEBufferBuilder builder(0, 0, 640, 480, 255, 0);
-//     shape.Rasterize(builder);              // blitH / blitRect, as ccSpanSink promises
+//     shape.Rasterize(builder);              // blitH / blitRect / blitRow, as ccSpanSink promises
 //     ccRLEBuffer mask = builder.Finish();
 //
 // Spans are clipped to the box, so a shape partly (or wholly) outside still builds a
@@ -34,6 +34,8 @@ public:
 
     void blitH(int32_t x, int32_t y, int32_t width) override;
     void blitRect(int32_t x, int32_t y, int32_t width, int32_t height) override;
+    // Every span of the row into the block at once: one check of room, two runs a span.
+    void blitRow(int32_t y, const int32_t* bounds, size_t count) override;
 
     // The finished buffer. The builder is spent afterwards: any further call throws
     // ccRLEBuffer::Degenerate.
@@ -42,6 +44,9 @@ public:
 private:
     // Span [begin, end) of box row `row`, both already clipped.
     void Span(int32_t row, int32_t begin, int32_t end);
+    // The spans of one row of the box (an even count of bounds), any of them reaching past
+    // its sides.
+    void ClippedRow(int32_t row, const int32_t* bounds, size_t count);
     // Ends the open row with an outside tail and fills the rows before `row` (all of them
     // up to the height when `row` is the height) with outside runs; `row` is then open.
     void OpenRow(int32_t row);
@@ -50,6 +55,7 @@ private:
             ThrowFinished();
     }
     [[noreturn, gnu::cold]] static void ThrowFinished();
+    [[noreturn, gnu::cold]] static void ThrowLeftOfLast(int32_t begin, int32_t cursor, int32_t row);
 
     ccRLEBuffer::Writer writer_;
     int32_t x0_, y0_, width_, height_;

@@ -109,6 +109,7 @@ ccConicScan ccConicScan::Circle(const cc2Vect& center, double radius) noexcept {
     conic.inverseTwoA_ = 0.5;
     conic.halfWidth_ = radius;
     conic.halfHeight_ = radius;
+    conic.circle_ = true;
     return conic;
 }
 
@@ -236,11 +237,79 @@ void ccConicScan::RowSpan(int32_t row, int32_t& first, int32_t& end) const noexc
 void ccConicScan::ScanConvert(ccSpanSink& sink, const ccPixelBox& clip) const {
     const ccPixelBox box = clip.Intersect(Bounds());
     if (box.IsEmpty()) return;
+    if (circle_) return ScanCircle(sink, box);
     for (int32_t row = box.y0; row < box.y1; ++row) {
         int32_t first, end;
         RowSpan(row, first, end);
         first = std::max(first, box.x0);
         end = std::min(end, box.x1);
         if (first < end) sink.blitH(first, row, end - first);
+    }
+}
+
+void ccConicScan::ScanCircle(ccSpanSink& sink, const ccPixelBox& box) const {
+    // T = F - dy^2 in plain arithmetic (a library fma would cost more than the rest of the
+    // row) is off by less than 6 * 2^-53 (dy^2 + F) (the rounded dy squared, then two
+    // subtractions); its square root s by that over s, plus half a unit of s. A limit
+    // cx -+ s, and the limit - 0.5 the first centre is taken from, add a unit each of their
+    // size. So the first centre of a limit is exact when the limit - 0.5 lies farther from
+    // a whole number than E / s + G, with E = 8 * 2^-53 (dy^2 + F) and
+    // G = 4 * 2^-53 (|cx| + s + 1) (generous factors, which cover the rounding of the test
+    // itself); compared multiplied by s, which spares a division. A row that fails it, or
+    // with no square root, goes the general way, which decides its centres exactly.
+    constexpr double kUnit = kEps / 2;
+    constexpr double kRange = 1073741824.0;  // 2^30: limits the quick way takes
+    // Whole numbers by adding and taking away 1.5 * 2^52 (exact below 2^51): the row's
+    // arithmetic stays in doubles, since a conversion from an integer would make each row
+    // wait for the last one's registers.
+    constexpr double kRounder = 6755399441055744.0;
+    const double cx = center_.X();
+    const double fMagnitude = fHi_ + std::fabs(fLo_);
+    const double gBase = 4 * kUnit * (std::fabs(cx) + 1);
+    // Rows in batches: the arithmetic of a batch runs without calls in between (a call
+    // would spill every register), then the batch's spans go to the sink.
+    constexpr int32_t kBatch = 64;
+    int32_t firsts[kBatch], ends[kBatch];
+    bool exacts[kBatch];
+    for (int32_t batchRow = box.y0; batchRow < box.y1; batchRow += kBatch) {
+        const int32_t rows = static_cast<int32_t>(std::min<int64_t>(kBatch, int64_t{box.y1} - batchRow));
+        double centreY = ccInsideRule::Centre(batchRow);
+        for (int32_t k = 0; k < rows; ++k, centreY += 1.0) {
+            const double dy = centreY - center_.Y();
+            const double dyy = dy * dy;
+            const double t = (fHi_ - dyy) + fLo_;
+            bool exact = false;
+            double f = 0, l = 0;
+            if (t > 0) {
+                const double root = std::sqrt(t);
+                const double e = 8 * kUnit * (dyy + fMagnitude);
+                const double g = gBase + 4 * kUnit * root;
+                // The first centre at or after `limit`, ceil(limit - 0.5), is the whole number
+                // nearest the limit unless the limit lies on or next to a centre, which the
+                // test below refuses (a wrong index makes a distance negative): no branch
+                // on the fraction, which would be a coin toss every row.
+                const auto firstCentre = [&](double limit, double& index) {
+                    const double shifted = limit - 0.5;
+                    index = (limit + kRounder) - kRounder;
+                    const double distance = std::min(index - shifted, shifted - (index - 1.0));
+                    return (distance - g) * root > e;
+                };
+                const double left = cx - root, right = cx + root;
+                if (left > -kRange && right < kRange) [[likely]]
+                    exact = firstCentre(left, f) & firstCentre(right, l);
+            }
+            exacts[k] = exact;
+            firsts[k] = exact ? static_cast<int32_t>(f) : 0;
+            ends[k] = exact ? static_cast<int32_t>(l) : 0;
+        }
+        for (int32_t k = 0; k < rows; ++k) {
+            const int32_t row = batchRow + k;
+            int32_t first = firsts[k], end = ends[k];
+            if (!exacts[k]) [[unlikely]]
+                RowSpan(row, first, end);
+            first = std::max(first, box.x0);
+            end = std::min(end, box.x1);
+            if (first < end) sink.blitH(first, row, end - first);
+        }
     }
 }

@@ -9,7 +9,10 @@
 // gradient first, then of (its y component + A).
 //
 // Per row the quadratic gives the two x limits in one square root; only centres within
-// the rounding bound of a limit are tested exactly. No allocation, O(1) per row.
+// the rounding bound of a limit are tested exactly. A circle's rows take a shorter way:
+// the square root only guesses the span, and the four centres on either side of its ends
+// confirm it, each by the sign of Q in plain arithmetic against that evaluation's own error
+// bound; a row they cannot confirm goes the general way. No allocation, O(1) per row.
 #pragma once
 
 #include <cstdint>
@@ -43,6 +46,8 @@ public:
 private:
     // -1 outside, 1 inside, exactly.
     int ExactSide(double x, double y) const noexcept;
+    // The rows of a circle: ScanConvert's loop when the conic is one.
+    void ScanCircle(ccSpanSink& sink, const ccPixelBox& box) const;
     // The exact first centre at or after the limit `x` (which the true limit lies within
     // `tol` of) of the span that begins (`left`) or ends there.
     int32_t Settle(int32_t row, double x, double tol, bool left) const noexcept;
@@ -52,6 +57,7 @@ private:
     double fHi_ = 1, fLo_ = 0;
     double inverseTwoA_ = 0.5;
     double halfWidth_ = 1, halfHeight_ = 1;  // of the bounding box
+    bool circle_ = false;  // A = C = 1, B = 0
 };
 
 // Exact signs of sums of products of doubles, as the scan converters of the round shapes

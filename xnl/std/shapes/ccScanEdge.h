@@ -23,12 +23,18 @@ public:
 
     double TopY() const noexcept { return top_.Y(); }
     double BottomY() const noexcept { return bottom_.Y(); }
+    // dx / dy, rounded once.
+    double Slope() const noexcept { return slope_; }
+    // The crossing of the row's centre line as FirstCentreAtOrRight computes it, and the
+    // bound of its rounding error (for rows of the edge): a converter that steps the
+    // crossing from row to row starts from here and widens the bound by its own steps.
+    double Crossing(int32_t row) const noexcept { return top_.X() + (row + 0.5 - top_.Y()) * slope_; }
+    double Tolerance() const noexcept { return tolerance_; }
 
     // The least column whose centre at row `row` is at or right of the edge's line. The
     // common case is inline: it runs once per row and edge.
     int32_t FirstCentreAtOrRight(int32_t row) const noexcept {
-        const double centreY = row + 0.5;
-        const double crossing = top_.X() + (centreY - top_.Y()) * slope_;
+        const double crossing = Crossing(row);
         // The first centre at or after the crossing is ceil(crossing - 0.5), taken by a
         // truncating conversion rather than a call of ceil.
         const double shifted = crossing - 0.5;
