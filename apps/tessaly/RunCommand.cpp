@@ -39,10 +39,10 @@ constexpr const char* kHelp =
     "\n"
     "Each image is given the coordinate space tree of the image the tool was saved with, so\n"
     "a region placed in a fixture space finds it. A progress bar is drawn on the error\n"
-    "stream while it is a terminal and the CSV does not go to that terminal. Exit status:\n"
-    "0 when every file ran"
-    " (warnings and rejections included), 1 when some file failed, 2 for a\n"
-    "usage error.\n";
+    "stream while it is a terminal and the CSV does not go to that terminal.\n"
+    "\n"
+    "Exit status: 0 when every file ran (warnings and rejections included), 1 when some\n"
+    "file failed, 2 for a usage error.\n";
 
 int UsageError(std::ostream& errors, const std::string& reason) {
     if (!reason.empty()) errors << "tessaly run: " << reason << '\n';

@@ -46,8 +46,8 @@ public:
         uint64_t failed = 0;     // not read, or the run failed, or its overlay was not written
     };
 
-    // Writes the header row and one row per file. Throws only for failures that end the
-    // whole run (the tool cannot be bound, the overlay folder cannot be made).
+    // Writes the header row and one row per file. Throws only when the overlay folder
+    // cannot be made (before any file is read); every failure on a file is its row.
     static Summary Run(ToolBinding& tool, std::span<const ImageFileList::Entry> files, CsvWriter& csv,
                        const Options& options);
 
