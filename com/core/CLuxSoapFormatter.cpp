@@ -856,7 +856,7 @@ private:
         }
         const std::string_view idText = ValueOf(attributes.id, scratch);
         const uint32_t id = ParseId(element, idText, 1);
-        if (loader_.Find(id) || nullIds_.contains(id))
+        if (Known(id))
             FormatterErrors::Throw(ids_LuxFormatter_DuplicateID_2, {Excerpt(idText), Located(element)});
         // The class: named on the first element of its tag, known by the tag after that.
         std::string_view progId;
@@ -879,27 +879,27 @@ private:
             if (pending_.empty()) FormatterErrors::Throw(ids_LuxFormatter_InvalidNodeObject);
             loader_.Warn("The element " + Located(element) + " holds an " + FormatterErrors::kNoProgIdName +
                          "; it was loaded as Nothing.");
-            nullIds_.insert(id);
+            Remember(id, kNothing);
             xml_.SkipElement();
             return;
         }
-        Pending read;
-        read.object = loader_.Create(progId, id);
-        read.id = id;
-        read.progId = progId;
-        read.streamed = streamed;
+        // In place before its values are read, so that it may refer to itself; no other
+        // object is read until this one ends.
+        IDispatch* object = loader_.Create(progId, id);
+        reader_ = pending_.size();
+        Remember(id, reader_);
+        pending_.push_back(Pending{object, id, progId, streamed, {}, entries_.size(), 0});
         if (streamed) {
             std::string text;
             const std::string_view encoded = ReadText(element, text);
             const size_t size = DecodedSize(element, encoded, kAnySize);
-            read.bytes.resize(size);
-            Decode(element, encoded, read.bytes.data(), size);
+            std::vector<uint8_t> bytes(size);
+            Decode(element, encoded, bytes.data(), size);
+            pending_.back().bytes = std::move(bytes);
         } else {
-            read.firstEntry = entries_.size();
             ReadEntries(element);
-            read.entryCount = entries_.size() - read.firstEntry;
+            pending_.back().entryCount = entries_.size() - pending_.back().firstEntry;
         }
-        pending_.push_back(std::move(read));
     }
 
     // Text that must outlive the scratch it was decoded into.
@@ -971,8 +971,9 @@ private:
             FormatterErrors::Throw(ids_LuxFormatter_InvalidID_2, {Excerpt(text), Located(element)});
         const uint32_t id = ParseId(element, text.substr(1), 1);
         xml_.SkipElement();
-        if (IDispatch* object = loader_.Find(id)) return Variant(object);
-        if (nullIds_.contains(id)) return Variant(static_cast<IDispatch*>(nullptr));
+        references_.push_back(Reference{reader_, id});
+        if (const std::optional<size_t> known = Known(id))
+            return Variant(*known == kNothing ? nullptr : pending_[*known].object);
         // Not read yet: resolved once the body has been read.
         forwards_.push_back(Forward{nullptr, true, id, element});
         openForward_ = forwards_.size() - 1;
@@ -981,10 +982,11 @@ private:
 
     void ResolveReferences() {
         for (const Forward& forward : forwards_) {
-            IDispatch* object = loader_.Find(forward.id);
-            if (!object && !nullIds_.contains(forward.id))
+            const std::optional<size_t> known = Known(forward.id);
+            if (!known)
                 FormatterErrors::Throw(ids_LuxFormatter_UnsresolvedHref_1,
                                        {"ref-" + std::to_string(forward.id) + " in " + Located(forward.text)});
+            IDispatch* object = *known == kNothing ? nullptr : pending_[*known].object;
             if (!object || !forward.slot) continue;
             object->AddRef();
             if (forward.variant) {
@@ -995,6 +997,61 @@ private:
                 Store<IUnknown*>(forward.slot, object);
             }
         }
+        // Objects hold each other only through references. Without a cycle among them, every
+        // object the root does not reach is freed with the loader; with one, the loader is
+        // told that a reference resolved, and resets at the end the objects the root does not
+        // reach, so that their cycle cannot keep them alive.
+        if (HasCycle()) loader_.Find(pending_.front().id);
+    }
+
+    // Whether the references among the objects of the body close a cycle (Kahn's order over
+    // the objects: a cycle leaves objects that never run out of incoming references).
+    bool HasCycle() const {
+        const size_t count = pending_.size();
+        std::vector<uint32_t> incoming(count, 0);
+        std::vector<size_t> firstOut(count + 1, 0);
+        for (const Reference& reference : references_) {
+            const std::optional<size_t> target = Known(reference.id);
+            if (!target || *target == kNothing) continue;
+            ++incoming[*target];
+            ++firstOut[reference.from + 1];
+        }
+        for (size_t i = 0; i < count; ++i) firstOut[i + 1] += firstOut[i];
+        std::vector<size_t> targets(firstOut[count]);
+        std::vector<size_t> filled(firstOut.begin(), firstOut.end() - 1);
+        for (const Reference& reference : references_) {
+            const std::optional<size_t> target = Known(reference.id);
+            if (target && *target != kNothing) targets[filled[reference.from]++] = *target;
+        }
+        std::vector<size_t> ready;
+        for (size_t i = 0; i < count; ++i)
+            if (incoming[i] == 0) ready.push_back(i);
+        size_t ordered = 0;
+        while (!ready.empty()) {
+            const size_t next = ready.back();
+            ready.pop_back();
+            ++ordered;
+            for (size_t at = firstOut[next]; at < firstOut[next + 1]; ++at)
+                if (--incoming[targets[at]] == 0) ready.push_back(targets[at]);
+        }
+        return ordered != count;
+    }
+
+    // The objects of the body by number: their place in pending_, or kNothing for an object
+    // loaded as Nothing. The writer numbers objects 1, 2, 3 ... in body order, kept in a
+    // vector; other numbers in a map.
+    static constexpr size_t kNothing = SIZE_MAX;
+    void Remember(uint32_t id, size_t place) {
+        if (id == inOrder_.size() + 1)
+            inOrder_.push_back(place);
+        else
+            others_.emplace(id, place);
+    }
+    std::optional<size_t> Known(uint32_t id) const {
+        if (id >= 1 && id <= inOrder_.size()) return inOrder_[id - 1];
+        const auto found = others_.find(id);
+        if (found == others_.end()) return std::nullopt;
+        return found->second;
     }
 
     Variant ReadScalar(std::string_view element, const ElementAttributes& attributes) {
@@ -1234,7 +1291,15 @@ private:
 
     ccXmlReader& xml_;
     ObjectGraphLoader& loader_;
-    std::unordered_set<uint32_t> nullIds_;                           // objects loaded as Nothing
+    std::vector<size_t> inOrder_;                                    // see Remember
+    std::unordered_map<uint32_t, size_t> others_;
+    // A reference from the object at `from` in pending_ to the object numbered `id`.
+    struct Reference {
+        size_t from;
+        uint32_t id;
+    };
+    std::vector<Reference> references_;
+    size_t reader_ = 0;  // the object whose values are being read
     std::unordered_map<std::string_view, std::string_view> classes_;  // element name -> ProgID
     std::deque<std::string> kept_;                                   // decoded ProgIDs
     std::vector<Pending> pending_;                                   // in the order of the body
