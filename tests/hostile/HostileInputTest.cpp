@@ -565,6 +565,35 @@ TEST_F(HostileInputTest, SoapChainOfHundredThousandForwardReferencesLoadsAndSave
     EXPECT_EQ(missing.leftAlive, 0);
 }
 
+TEST_F(HostileInputTest, SoapObjectsNoOneKeepsAreFreedWhateverTheirReferences) {
+    // An object that holds itself under a name the root never reads; two that hold each
+    // other and nobody refers to; one nobody refers to; and the cycle again in an envelope
+    // that fails after every object was read.
+    const std::string cycles =
+        "<lux:LuxCollection id=\"ref-1\" lux:class=\"Tessaly.LuxCollection.1\"><Unread href=\"#ref-2\"/>"
+        "<Item0>1</Item0></lux:LuxCollection>"
+        "<lux:LuxCollection id=\"ref-2\"><Item0 href=\"#ref-2\"/></lux:LuxCollection>"
+        "<lux:LuxCollection id=\"ref-3\"><Item0 href=\"#ref-4\"/></lux:LuxCollection>"
+        "<lux:LuxCollection id=\"ref-4\"><Item0 href=\"#ref-3\"/></lux:LuxCollection>"
+        "<lux:LuxCollection id=\"ref-5\"><Item0>5</Item0></lux:LuxCollection>";
+    LoadOutcome outcome = HostileLoad::Run(Envelope(cycles), luxPersistFormatSoap);
+    EXPECT_EQ(outcome.result, S_OK) << outcome.Describe();
+    EXPECT_EQ(outcome.leftAlive, 0);
+    outcome = HostileLoad::Run(Envelope(cycles + "<lux:LuxCollection id=\"ref-6\"><Item0 href=\"#ref-9\"/>"
+                                                 "</lux:LuxCollection>"),
+                               luxPersistFormatSoap);
+    EXPECT_EQ(outcome.result, ids_LuxFormatter_UnsresolvedHref_1) << outcome.Describe();
+    EXPECT_EQ(outcome.leftAlive, 0);
+    // Without a cycle: objects the root does not reach go with the load.
+    outcome = HostileLoad::Run(Envelope("<lux:LuxCollection id=\"ref-1\" lux:class=\"Tessaly.LuxCollection.1\">"
+                                        "<Unread href=\"#ref-2\"/></lux:LuxCollection>"
+                                        "<lux:LuxCollection id=\"ref-2\"><Item0 href=\"#ref-3\"/></lux:LuxCollection>"
+                                        "<lux:LuxCollection id=\"ref-3\"/><lux:LuxCollection id=\"ref-4\"/>"),
+                               luxPersistFormatSoap);
+    EXPECT_EQ(outcome.result, S_OK) << outcome.Describe();
+    EXPECT_EQ(outcome.leftAlive, 0);
+}
+
 TEST_F(HostileInputTest, AllocationCounterSeesTheLibrarysAllocations) {
     // The instrument itself: what the library allocates through malloc and calloc (strings,
     // arrays) and through operator new is all counted, so a bound the tests above check
