@@ -9,7 +9,10 @@
 //       text, and XML save against OpenSSL encoding the bytes plus pugixml saving a
 //       document that holds the text (same shape as ours) to a string writer;
 //  2. a LuxCollection holding 10,000 small keyed collections: XML load against tinyxml2
-//     parsing the same text; our XML save and binary save and load for information.
+//     parsing the same text; our XML save and binary save and load for information;
+//  3. SOAP against XML on both subjects: the SOAP document of the graph at most 0.8x the
+//     XML one's size and loading in at most 1x its time, the 16 MiB array saved and loaded
+//     within 1.25x of XML's times.
 // The 16 MiB cases are bound by memory bandwidth, so they are timed by wall clock
 // (UseRealTime): what a caller waits for, memory stalls and the kernel's page work included.
 // The graph cases are CPU-bound and timed as usual. The summary prints each ratio by wall
@@ -406,6 +409,28 @@ void BinaryLoadGraph(benchmark::State& state) {
 }
 BENCHMARK(BinaryLoadGraph);
 
+// ---- SOAP against XML ----------------------------------------------------------------------
+
+void SoapLoad16MiB(benchmark::State& state) {
+    LoadEach(state, PersistSubjects::Get().ArraySoap(), luxPersistFormatSoap);
+}
+BENCHMARK(SoapLoad16MiB)->UseRealTime();
+
+void SoapSave16MiB(benchmark::State& state) {
+    SaveEach(state, PersistSubjects::Get().ArrayCollection(), luxPersistFormatSoap);
+}
+BENCHMARK(SoapSave16MiB)->UseRealTime();
+
+void SoapLoadGraph(benchmark::State& state) {
+    LoadEach(state, PersistSubjects::Get().GraphSoap(), luxPersistFormatSoap);
+}
+BENCHMARK(SoapLoadGraph);
+
+void SoapSaveGraph(benchmark::State& state) {
+    SaveEach(state, PersistSubjects::Get().Graph(), luxPersistFormatSoap);
+}
+BENCHMARK(SoapSaveGraph);
+
 // ---- summary ----------------------------------------------------------------------------
 
 void PrintSizes() {
@@ -419,6 +444,13 @@ void PrintSizes() {
     std::printf("XML of the array: %zu bytes; graph: XML %zu bytes, binary %zu bytes\n",
                 subjects.ArrayXml().bytes.size(), subjects.GraphXml().bytes.size(),
                 subjects.GraphBinary().bytes.size());
+    const size_t xml = subjects.GraphXml().bytes.size();
+    const size_t soap = subjects.GraphSoap().bytes.size();
+    if (xml && soap) {
+        const double ratio = static_cast<double>(soap) / static_cast<double>(xml);
+        std::printf("SOAP of the graph: %zu bytes, %.3fx the XML (target: at most 0.8x) %s; of the array: %zu bytes\n",
+                    soap, ratio, ratio <= 0.8 ? "ok" : "MISSED", subjects.ArraySoap().bytes.size());
+    }
 }
 
 }  // namespace
@@ -464,6 +496,11 @@ int main(int argc, char** argv) {
     std::printf("10,000 small collections (targets: XML load <= 1x, binary load <= 0.5x tinyxml2 parse):\n");
     reporter.PrintRatios("XmlLoadGraph", "TinyXml2ParseGraph");
     reporter.PrintRatios("BinaryLoadGraph", "TinyXml2ParseGraph");
+    std::printf("SOAP against XML (targets: graph load <= 1x, 16 MiB save and load <= 1.25x):\n");
+    reporter.PrintRatios("SoapLoadGraph", "XmlLoadGraph");
+    reporter.PrintRatios("SoapSave16MiB/real_time", "XmlSave16MiB/real_time");
+    reporter.PrintRatios("SoapLoad16MiB/real_time", "XmlLoad16MiB/real_time");
+    reporter.PrintRatios("SoapSaveGraph", "XmlSaveGraph");
     PrintSizes();
     PersistSubjects::Discard();
     return 0;

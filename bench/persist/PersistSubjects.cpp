@@ -89,6 +89,8 @@ PersistSubjects::PersistSubjects() : arrayBytes_(kArrayBytes) {
     arrayXml_ = Save(arrayCollection_, luxPersistFormatXML);
     graphBinary_ = Save(graph_, luxPersistFormatBinary);
     graphXml_ = Save(graph_, luxPersistFormatXML);
+    arraySoap_ = Save(arrayCollection_, luxPersistFormatSoap);
+    graphSoap_ = Save(graph_, luxPersistFormatSoap);
 }
 
 PersistSubjects::~PersistSubjects() {

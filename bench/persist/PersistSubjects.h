@@ -42,6 +42,8 @@ public:
     const Saved& ArrayXml() const noexcept { return arrayXml_; }
     const Saved& GraphBinary() const noexcept { return graphBinary_; }
     const Saved& GraphXml() const noexcept { return graphXml_; }
+    const Saved& ArraySoap() const noexcept { return arraySoap_; }
+    const Saved& GraphSoap() const noexcept { return graphSoap_; }
 
     // "0x80004005: description" for a failed call, from the thread's error info.
     static std::string FailureText(HRESULT result);
@@ -57,6 +59,8 @@ private:
     Saved arrayXml_;
     Saved graphBinary_;
     Saved graphXml_;
+    Saved arraySoap_;
+    Saved graphSoap_;
 };
 
 }  // namespace tessaly::bench
