@@ -157,13 +157,7 @@ HRESULT CLuxCircle::Modify(const char* method, Edit&& edit) {
 
 HRESULT CLuxCircle::MakeShapeModel(double /*Weight*/, LONG /*Polarity*/, VARIANT_BOOL /*CopyShape*/,
                                    IDispatch** ShapeModel) {
-    return core::Guarded("MakeShapeModel", IID_ILuxCircle, [&] {
-        core::RequireOut(ShapeModel);
-        *ShapeModel = nullptr;
-        throw ccStdError::NotImplemented(
-            "shape models (the trained outlines of the pattern tools) are not part of this library, so a circle "
-            "cannot make one");
-    });
+    return RefuseShapeModel(ShapeModel, "a circle");
 }
 
 HRESULT CLuxCircle::get_CenterX(double* CenterX) {
