@@ -122,14 +122,6 @@ TEST_F(CircularAnnulusSectionTest, InvalidGeometryIsRefusedByTheCoreLeavingTheSe
                   "put_AngleStart");
     ExpectRefused(section->put_AngleSpan(INFINITY), E_INVALIDARG, core::ids_Core_InvalidArg_1, {"AngleSpan"},
                   "put_AngleSpan");
-    // Adornments outside their enumerations.
-    ExpectRefused(section->put_ArcDirectionAdornment(static_cast<LuxCircularAnnulusSectionDirectionAdornmentConstants>(3)),
-                  E_INVALIDARG, ids_Lux_InvalidArgEnum_1, {"ArcDirectionAdornment"}, "put_ArcDirectionAdornment");
-    ExpectRefused(
-        section->put_RadialDirectionAdornment(static_cast<LuxCircularAnnulusSectionDirectionAdornmentConstants>(-1)),
-        E_INVALIDARG, ids_Lux_InvalidArgEnum_1, {"RadialDirectionAdornment"}, "put_RadialDirectionAdornment");
-    ExpectRefused(section->put_CenterArcAdornment(static_cast<LuxCircularAnnulusSectionCenterArcAdornmentConstants>(3)),
-                  E_INVALIDARG, ids_Lux_InvalidArgEnum_1, {"CenterArcAdornment"}, "put_CenterArcAdornment");
 
     EXPECT_EQ(Params(section.get()), start);
     EXPECT_EQ(Get(section.get(), &ILuxCircularAnnulusSection::get_ManipArcFraction), 0.25);

@@ -181,13 +181,6 @@ TEST_F(EllipseTest, InvalidValuesAreRefusedLeavingTheEllipseAndRaisingNothing) {
                   "put_Rotation");
     ExpectRefused(ellipse->SetCenterXYRadiusXYRotation(0, 0, 1, 1, -INFINITY), E_INVALIDARG,
                   core::ids_Core_InvalidArg_1, {"Rotation"}, "SetCenterXYRadiusXYRotation");
-    for (int32_t bad : {-1, 3}) {
-        const auto value = static_cast<LuxEllipseDirectionAdornmentConstants>(bad);
-        ExpectRefused(ellipse->put_XDirectionAdornment(value), E_INVALIDARG, ids_Lux_InvalidArgEnum_1,
-                      {"XDirectionAdornment"}, "put_XDirectionAdornment");
-        ExpectRefused(ellipse->put_YDirectionAdornment(value), E_INVALIDARG, ids_Lux_InvalidArgEnum_1,
-                      {"YDirectionAdornment"}, "put_YDirectionAdornment");
-    }
     ExpectRefused(ellipse->SetFromUnitCircleTransform(nullptr), E_INVALIDARG, ids_Lux_InvalidArgNull_1,
                   {"EllipseFromUnitCircle"}, "SetFromUnitCircleTransform");
     // A transform that flattens the circle into a segment or a point.

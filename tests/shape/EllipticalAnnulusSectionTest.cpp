@@ -104,12 +104,6 @@ TEST_F(EllipticalAnnulusSectionTest, InvalidGeometryIsRefusedByTheCoreLeavingThe
     ExpectRefused(section->put_Rotation(INFINITY), E_INVALIDARG, core::ids_Core_InvalidArg_1, {"Rotation"},
                   "put_Rotation");
     ExpectRefused(section->put_CenterX(NAN), E_INVALIDARG, core::ids_Core_InvalidArg_1, {"CenterX"}, "put_CenterX");
-    ExpectRefused(
-        section->put_RadialDirectionAdornment(static_cast<LuxEllipticalAnnulusSectionDirectionAdornmentConstants>(3)),
-        E_INVALIDARG, ids_Lux_InvalidArgEnum_1, {"RadialDirectionAdornment"}, "put_RadialDirectionAdornment");
-    ExpectRefused(
-        section->put_CenterArcAdornment(static_cast<LuxEllipticalAnnulusSectionCenterArcAdornmentConstants>(-1)),
-        E_INVALIDARG, ids_Lux_InvalidArgEnum_1, {"CenterArcAdornment"}, "put_CenterArcAdornment");
     // A singular transform, and none at all.
     ExpectFailed(section->SetFromUnitCircleParams(0, 1, 2, Linear(1, 2, 2, 4, 0, 0).get()), e_LuxTransform_Singular,
                  "ccMathError::Singular", "SetFromUnitCircleParams");

@@ -3,6 +3,7 @@
 // enumeration (exact HRESULT and message, the value kept, no event), one Change a new
 // value, which copies and maps carry them, and loads that refuse a stored value. Then the
 // holder itself: a list of values that is not a range, and settings taken by name.
+#include <climits>
 #include <functional>
 #include <string>
 #include <vector>
@@ -218,7 +219,9 @@ TEST_F(EnumeratedGraphicsTest, ValuesOutsideTheEnumerationAreRefusedKeepingTheVa
         ASSERT_EQ(c.put(shape.get(), Chosen(c)), S_OK);
         auto log = Listen(shape.get());
         const std::string method = std::string("put_") + c.property;
-        for (int32_t bad : c.refused) {
+        std::vector<int32_t> refused = c.refused;
+        refused.insert(refused.end(), {INT32_MIN, INT32_MAX});
+        for (int32_t bad : refused) {
             SCOPED_TRACE(bad);
             ExpectRefused(c.put(shape.get(), bad), E_INVALIDARG, ids_Lux_InvalidArgEnum_1, {c.refusedInsert},
                           method.c_str());

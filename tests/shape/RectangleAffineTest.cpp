@@ -285,33 +285,6 @@ TEST_F(RectangleAffineTest, SettersRaiseTheirStateIdsAndMultiParameterSettersOne
     EXPECT_EQ(log->changes[4].stateId, luxState_MoreThanOneStateIDChanged);
     for (const ChangeEvent& e : log->changes) EXPECT_EQ(e.areas, luxFA_Shape_Geometry);
     EXPECT_EQ(Params(affine.get()), (AffineParams{1, 1.5, 2, 3, 0, 0}));
-
-    // The adornments: graphic settings, checked against their enumeration.
-    log->changes.clear();
-    ASSERT_EQ(affine->put_XDirectionAdornment(luxRectangleAffineDirectionAdornmentSolidArrow), S_OK);
-    ASSERT_EQ(affine->put_YDirectionAdornment(luxRectangleAffineDirectionAdornmentArrow), S_OK);
-    ASSERT_EQ(affine->put_YDirectionAdornment(luxRectangleAffineDirectionAdornmentArrow), S_OK);
-    ASSERT_EQ(log->changes.size(), 2u);
-    EXPECT_EQ(log->changes[0].stateId, luxRectangleAffine_XDirectionAdornment);
-    EXPECT_EQ(log->changes[1].stateId, luxRectangleAffine_YDirectionAdornment);
-    for (const ChangeEvent& e : log->changes) {
-        EXPECT_EQ(e.areas, luxFA_Shape_Graphic);
-        EXPECT_EQ(e.value.vt(), VT_I4);
-    }
-    EXPECT_EQ(log->changes[0].value.get().lVal, luxRectangleAffineDirectionAdornmentSolidArrow);
-    log->changes.clear();
-    for (LONG bad : {3, -1, 0x7FFFFFFF}) {
-        ExpectRefused(affine->put_XDirectionAdornment(static_cast<LuxRectangleAffineDirectionAdornmentConstants>(bad)),
-                      E_INVALIDARG, ids_Lux_InvalidArgEnum_1, {"XDirectionAdornment"}, "put_XDirectionAdornment");
-        ExpectRefused(affine->put_YDirectionAdornment(static_cast<LuxRectangleAffineDirectionAdornmentConstants>(bad)),
-                      E_INVALIDARG, ids_Lux_InvalidArgEnum_1, {"YDirectionAdornment"}, "put_YDirectionAdornment");
-    }
-    LuxRectangleAffineDirectionAdornmentConstants adornment{};
-    affine->get_XDirectionAdornment(&adornment);
-    EXPECT_EQ(adornment, luxRectangleAffineDirectionAdornmentSolidArrow);
-    affine->get_YDirectionAdornment(&adornment);
-    EXPECT_EQ(adornment, luxRectangleAffineDirectionAdornmentArrow);
-    EXPECT_TRUE(log->changes.empty());
 }
 
 TEST_F(RectangleAffineTest, InvalidGeometryIsRefusedLeavingTheShapeAndRaisingNothing) {
