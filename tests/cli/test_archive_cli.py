@@ -258,6 +258,29 @@ class ConvertTest(ArchiveCase):
         self.convert(second, second, "--format", "xml")
         self.assertEqual(self.read("second.bin"), self.read("back.xml"))
 
+    def test_soap_converts_both_ways_and_dumps_the_same_tree(self):
+        source = self.write("graph.xml", GRAPH)
+        soap = self.convert(source, self.path("graph.soap"), "--format", "soap")
+        text = self.read("graph.soap")
+        self.assertTrue(text.startswith(b'<?xml version="1.0"?>\r\n<SOAP-ENV:Envelope '), text[:60])
+        # One body element per object, the class named on the first of each class only; the
+        # shared object written once and referred to from both places.
+        self.assertEqual(text.count(b"<lux:LuxCollection id="), 2)
+        self.assertEqual(text.count(b'lux:class="Tessaly.LuxCollection.1"'), 1)
+        self.assertEqual(text.count(b'<lux:LuxCollection id="ref-2">'), 1)
+        self.assertEqual(text.count(b'href="#ref-2"'), 2)
+        self.assertEqual(self.dump(soap), GRAPH_DUMP)
+        # SOAP -> binary -> SOAP gives the same bytes, and the binary is the XML's.
+        binary = self.convert(soap, self.path("graph.bin"), "--format", "binary")
+        self.convert(source, self.path("direct.bin"), "--format", "binary")
+        self.assertEqual(self.read("graph.bin"), self.read("direct.bin"))
+        self.convert(binary, self.path("again.soap"), "--format", "soap")
+        self.assertEqual(self.read("again.soap"), text)
+        # A damaged envelope is the input named, with the formatter's code.
+        broken = self.write("broken.soap", text.replace(b'href="#ref-2"', b'href="#ref-7"'))
+        line = self.assertFails(run("convert", broken, self.path("out.xml")), broken)
+        self.assertRegex(line, r"\(0x80048304\)$")  # ids_LuxFormatter_UnsresolvedHref_1
+
     def test_failed_conversion_leaves_the_output_alone(self):
         old = self.write("out.bin", b"previous contents")
         broken = self.write("broken.xml", GRAPH.replace("</Item9>", ""))
