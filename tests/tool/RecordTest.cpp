@@ -3,6 +3,8 @@
 // lookups after a key change, belonging to one record, cycles), Item putref, the passing
 // on of sub-record changes with their index, Copy, enumeration and persistence in both
 // formats. Every refusal is checked for its HRESULT, the record left as it was and no event.
+#include <atomic>
+#include <thread>
 #include <vector>
 
 #include "com/core/ObjectPersistence.h"
@@ -442,6 +444,58 @@ TEST_F(RecordTest, PersistenceKeepsTheTreeInBothFormats) {
         ASSERT_EQ(backMean->put_RecordKey(Bstr("Lines").get()), kDuplicateKey);
         TakeErrorInfo();
     }
+}
+
+TEST_F(RecordTest, KeysStayInStepUnderConcurrentRenamesAndMoves) {
+    // Renames lock the parent before the sub-record, moves and lookups the parent alone: the
+    // parent's key index and the sub-records' keys must agree after any interleaving, and
+    // nothing may deadlock.
+    auto root = NewRecord("root");
+    constexpr int kItems = 12;
+    std::vector<ComPtr<ILuxRecord>> items;
+    for (int i = 0; i < kItems; ++i) items.push_back(AddString(root.get(), ("k" + std::to_string(i)).c_str(), "v"));
+    // A sink turns forwarding on: sub-record events take the parent's lock too. Events come
+    // on every thread, so they are only counted.
+    auto seen = std::make_shared<std::atomic<int>>(0);
+    auto sink = ComPtr<IDispatch>::Attach(
+        MakeEventSink(luxChange_Change, [seen](std::span<const VARIANT>) { ++*seen; }, DIID_ILuxChangeEvent));
+    DWORD cookie = 0;
+    ASSERT_EQ(Advise(root.get(), DIID_ILuxChangeEvent, sink.get(), &cookie), S_OK);
+    std::atomic<bool> failed{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 2; ++t)
+        threads.emplace_back([&, t] {
+            for (int round = 0; round < 400; ++round)
+                for (int i = t; i < kItems; i += 2) {
+                    const std::string key = "k" + std::to_string(i) + (round % 2 ? "x" : "");
+                    if (items[i]->put_RecordKey(Bstr(key).get()) != S_OK) failed = true;
+                }
+        });
+    threads.emplace_back([&] {
+        for (int round = 0; round < 2000; ++round)
+            if (root->Move(round % kItems, (round * 7) % kItems) != S_OK) failed = true;
+    });
+    threads.emplace_back([&] {
+        for (int round = 0; round < 2000; ++round) {
+            LONG index = 0;
+            if (root->FindKey(Bstr("k3").get(), &index) != S_OK) failed = true;
+        }
+    });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_FALSE(failed);
+    LONG count = 0;
+    ASSERT_EQ(root->get_Count(&count), S_OK);
+    ASSERT_EQ(count, kItems);
+    for (LONG i = 0; i < count; ++i) {
+        Bstr key, own;
+        ASSERT_EQ(root->get_Key(i, key.Out()), S_OK);
+        ASSERT_EQ(ItemAt(root.get(), Variant(static_cast<int32_t>(i)))->get_RecordKey(own.Out()), S_OK);
+        EXPECT_EQ(key, own) << i;
+        LONG found = -1;
+        ASSERT_EQ(root->FindKey(key.get(), &found), S_OK);
+        EXPECT_EQ(found, i) << key.str();
+    }
+    EXPECT_GT(seen->load(), 0);
 }
 
 }  // namespace
