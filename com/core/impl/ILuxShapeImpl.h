@@ -22,6 +22,10 @@
 //                                                         // PersistEnumeratedGraphics where its
 //                                                         // enumerated settings' keys belong
 //
+// and may hide `ccShapePtrh FittedToImage(const ccShape& imageExtent, double xScale, double
+// yScale) const`, whose default takes the bounding box of the image's extent scaled by
+// XScale and YScale about its centre and hands it to FittedToBox.
+//
 // A class with enumerated graphic settings (adornments, display modes) describes them in
 // `static std::span<const EnumeratedSetting> EnumeratedGraphics()` (EnumeratedGraphicSettings.h)
 // and serves their properties with GetEnumeratedGraphic and PutEnumeratedGraphic. They are
@@ -29,10 +33,6 @@
 // MapLinear, Clone, DragAnimate) takes them through LendGraphicsTo when the copy flags
 // select luxCopyShapeBasicGraphics; a class with other graphic state of its own hides
 // LendGraphicsTo and calls this one first. MakeShapeModel is refused by RefuseShapeModel.
-//
-// and may hide `ccShapePtrh FittedToImage(const ccShape& imageExtent, double xScale, double
-// yScale) const`, whose default takes the bounding box of the image's extent scaled by
-// XScale and YScale about its centre and hands it to FittedToBox.
 //
 // What the members do:
 //  - SelectedSpaceName: the same string exactly: nothing. Otherwise checked with the
