@@ -11,10 +11,10 @@
 
 namespace {
 
-// A crossing is stepped from row to row in fixed point: (crossing - 0.5) in units of 2^-32
-// pixel, one integer addition a row. The first centre at or right of the crossing is then
-// the integer part plus one, unless the fraction lies within the error bound of a whole
-// number: then ccScanEdge decides that row exactly.
+// A crossing is stepped from row to row in fixed point: (crossing + 0.5) in units of 2^-32
+// pixel, one integer addition a row. The first centre at or right of the crossing,
+// ceil(crossing - 0.5), is then the integer part, unless the fraction lies within the
+// error bound of a whole number: then ccScanEdge decides that row exactly.
 constexpr int kFractionBits = 32;
 constexpr double kUnit = 4294967296.0;  // 2^32
 // The steps start afresh from ccScanEdge's crossing this often, which keeps the error they
@@ -46,7 +46,7 @@ struct ActiveSides {
         direction = side + capacity;
         bounds = direction + capacity;
     }
-    int64_t* position;  // crossing - 0.5 of the present row, in units
+    int64_t* position;  // crossing + 0.5 of the present row, in units
     int64_t* step;
     int32_t* column;  // the first centre at or right of the side in the present row
     int32_t* side;    // index into the side table
@@ -117,23 +117,28 @@ private:
 // some side reaches past the box), the position stepped to the next row, and whether any
 // fraction lies too near a centre to trust (`unclear`) or any column is not strictly right
 // of the one before (`flat`).
+// Kept out of line: inside the row loop its values would not all stay in registers.
 template <bool kClamp>
-inline void StepRow(int64_t* position, const int64_t* step, int32_t* column, size_t n, uint32_t tolerance,
-                    uint32_t clearLimit, int32_t x0, int32_t x1, bool& unclear, bool& flat) noexcept {
-    bool anyUnclear = false, anyFlat = false;
+[[gnu::noinline]] void StepRow(int64_t* position, const int64_t* step, int32_t* column, size_t n, uint32_t tolerance,
+                               uint32_t clearLimit, int32_t x0, int32_t x1, bool& unclear, bool& flat) noexcept {
+    // The largest shifted fraction decides `unclear` after the loop; positions hold
+    // crossing + 0.5 (one unit of 2^32 above crossing - 0.5), so that the integer part is
+    // the column itself.
+    const uint32_t shift = tolerance + 1;
+    uint32_t largest = 0;
+    bool anyFlat = false;
     int32_t previous = std::numeric_limits<int32_t>::min();
-#pragma GCC unroll 4
     for (size_t k = 0; k < n; ++k) {
         const int64_t p = position[k];
-        anyUnclear |= static_cast<uint32_t>(static_cast<uint32_t>(p) - (tolerance + 1)) >= clearLimit;
-        int32_t c = static_cast<int32_t>(p >> kFractionBits) + 1;
+        largest = std::max(largest, static_cast<uint32_t>(static_cast<uint32_t>(p) - shift));
+        int32_t c = static_cast<int32_t>(p >> kFractionBits);
         if constexpr (kClamp) c = std::clamp(c, x0, x1);
         anyFlat |= c <= previous;
         previous = c;
         column[k] = c;
         position[k] = p + step[k];
     }
-    unclear = anyUnclear;
+    unclear = largest >= clearLimit;
     flat = anyFlat;
 }
 
@@ -210,7 +215,7 @@ void ccPolygonScan::Scan(const cc2Vect* vertices, size_t count, bool winding, cc
     ActiveSides active(sides.size());
     const auto anchor = [&](size_t k, int32_t row) noexcept {
         const Side& side = sides[static_cast<size_t>(active.side[k])];
-        active.position[k] = side.stepped ? std::llrint((side.edge.Crossing(row) - 0.5) * kUnit) : 0;
+        active.position[k] = side.stepped ? std::llrint((side.edge.Crossing(row) - 0.5) * kUnit) + (int64_t{1} << kFractionBits) : 0;
         active.step[k] = side.step;
     };
     RowSpans spans(active.bounds, box.x0, box.x1);

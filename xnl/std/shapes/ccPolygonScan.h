@@ -1,10 +1,10 @@
 // The scan converter of polygons (ccGenPoly and whatever else has a vertex ring): an
 // active-edge table. The non-horizontal sides are sorted by their first row. Each active
-// side carries its crossing of the row's centre line in fixed point (crossing - 0.5 in
+// side carries its crossing of the row's centre line in fixed point (crossing + 0.5 in
 // units of 2^-32 pixel), stepped by one integer addition a row and started afresh from
 // ccScanEdge every 1024 rows and where the side begins; the first centre at or right of
-// it is the integer part plus one, unless the fraction lies within the steps' error bound
-// of a whole number: then ccScanEdge decides that row exactly. Sides whose crossings lie
+// it, ceil(crossing - 0.5), is the integer part, unless the fraction lies within the
+// steps' error bound of a whole number: then ccScanEdge decides that row exactly. Sides whose crossings lie
 // beyond 2^30 pixels take ccScanEdge's crossing on every row. The active sides stay in the
 // order of their columns (re-sorted by insertion in the rare row where it changes), and
 // the spans the fill rule gives go to the sink as one row (ccSpanSink::blitRow):
