@@ -25,7 +25,7 @@ namespace {
 constexpr int kUsageError = 2;
 
 constexpr const char* kDumpUsage = "usage: tessaly dump FILE\n";
-constexpr const char* kConvertUsage = "usage: tessaly convert IN OUT [--format xml|xml-linebreaks|binary]\n";
+constexpr const char* kConvertUsage = "usage: tessaly convert IN OUT [--format xml|xml-linebreaks|binary|soap]\n";
 
 void PrintUsage(std::ostream& out) {
     out << "usage: tessaly <command> [arguments]\n"
@@ -33,7 +33,7 @@ void PrintUsage(std::ostream& out) {
            "commands:\n"
            "  typelib [NAME]   list the type library, or print one interface, enumeration or coclass\n"
            "  dump FILE        print the object tree of an archive (XML or binary)\n"
-           "  convert IN OUT [--format xml|xml-linebreaks|binary]\n"
+           "  convert IN OUT [--format xml|xml-linebreaks|binary|soap]\n"
            "                   load an archive and save it in another format (binary by default)\n"
            "  image info FILE  print the size, kind and plane statistics of an image file\n"
            "  image convert IN OUT\n"
