@@ -1,5 +1,5 @@
 // The builder that shapes rasterise into: random spans (rows skipped, spans partly or wholly
-// outside the box) against a dense mask painted from the same spans, rectangles mixed with
+// outside the box, any hint of their count) against a dense mask painted from the same spans, rectangles mixed with
 // spans, the span contract's refusals, and a rotated rectangle's runs.
 #include <gtest/gtest.h>
 
@@ -48,6 +48,9 @@ TEST(RLEBufferBuilderTest, RandomSpansBuildTheRunsOfTheirPixelsClippedToTheBox) 
                       std::uniform_int_distribution<int32_t>(0, 40)(random),
                       std::uniform_int_distribution<int32_t>(0, 15)(random)};
         ccRLEBufferBuilder builder(box.x0, box.y0, box.width, box.height, kInside, kOutside);
+        // A hint of the span count, right, too small or absurd, only reserves room.
+        const int64_t hints[] = {0, 1, 50, INT64_MAX, -5};
+        builder.ExpectSpans(hints[trial % 5]);
         DenseMask dense(box);
         // Rows from above the box to below it; some not mentioned at all.
         for (int32_t y = box.y0 - 3; y < box.y0 + box.height + 3; ++y) {

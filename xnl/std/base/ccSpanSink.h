@@ -24,6 +24,10 @@ public:
     // converter with many spans a row hands them over in one call; a sink that can take
     // them in one go overrides it; the default gives one blitH per span.
     virtual void blitRow(int32_t y, const int32_t* bounds, size_t count);
+    // A hint before the first span: the conversion will give about `spans` spans in all
+    // (an upper bound when the converter can count its crossings). A sink that stores
+    // spans reserves room once instead of growing; the default ignores it.
+    virtual void ExpectSpans(int64_t spans);
 
 protected:
     ccSpanSink() = default;

@@ -178,6 +178,14 @@ void ccRLEBufferBuilder::blitRect(int32_t x, int32_t y, int32_t width, int32_t h
     row_ = static_cast<int32_t>(last - 1);
 }
 
+void ccRLEBufferBuilder::ExpectSpans(int64_t spans) {
+    // 4 Mi runs (32 MiB): a hint never reserves more than that at once.
+    constexpr int64_t kMostReserved = int64_t{1} << 22;
+    if (finished_ || width_ <= 0 || spans <= 0) return;
+    const int64_t runs = std::min(2 * std::min(spans, kMostReserved) + height_, kMostReserved);
+    writer_.Expect(runs - writer_.Count());
+}
+
 ccRLEBuffer ccRLEBufferBuilder::Finish() {
     RequireOpen();
     OpenRow(height_);

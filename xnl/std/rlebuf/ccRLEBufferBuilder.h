@@ -36,6 +36,10 @@ public:
     void blitRect(int32_t x, int32_t y, int32_t width, int32_t height) override;
     // Every span of the row into the block at once: one check of room, two runs a span.
     void blitRow(int32_t y, const int32_t* bounds, size_t count) override;
+    // Reserves two runs a span and one a row (the tail), up to a cap beyond which the
+    // block grows by doubling as usual: a shape with many spans a row then fills one block
+    // without copying it.
+    void ExpectSpans(int64_t spans) override;
 
     // The finished buffer. The builder is spent afterwards: any further call throws
     // ccRLEBuffer::Degenerate.

@@ -200,6 +200,11 @@ void ccPolygonScan::Scan(const cc2Vect* vertices, size_t count, bool winding, cc
         sides.push_back(side);
     }
     if (sides.empty()) return;
+    // Each span has two crossings and each side crosses each of its rows once, so the
+    // crossings halved bound the spans (they merge or clip to fewer).
+    int64_t crossings = 0;
+    for (const Side& side : sides) crossings += side.endRow - side.firstRow;
+    sink.ExpectSpans(crossings / 2);
     std::sort(sides.begin(), sides.end(), [](const Side& l, const Side& r) { return l.firstRow < r.firstRow; });
 
     // One bound for every side: a fraction f (the low 32 bits of a position) is clear of
