@@ -1,7 +1,6 @@
 #include "persist_soap/SoapFixture.h"
 
 #include "com/core/ObjectPersistence.h"
-#include "platform/MemoryStream.h"
 
 namespace tessaly::test {
 
@@ -33,33 +32,11 @@ HRESULT SoapTestRecord::GetClassID(CLSID* clsid) {
 }
 
 std::string SoapFormatterTest::Save(IDispatch* object, const char* subFormat, HRESULT result, int32_t options) {
-    const ComPtr<ILuxFormatter> formatter = NewFormatter();
-    auto stream = ComPtr<MemoryStream>::Attach(MemoryStream::Create());
-    EXPECT_EQ(formatter->Serialize(stream.get(), object, options, Bstr(subFormat).get()), result);
-    return std::string(reinterpret_cast<const char*>(stream->Data()), stream->Size());
+    return SaveThrough(NewFormatter().get(), object, subFormat, result, options);
 }
 
 SoapFormatterTest::Loaded SoapFormatterTest::Load(std::string_view document, IDispatch* existing, int32_t options) {
-    const ComPtr<ILuxFormatter> formatter = NewFormatter();
-    ComPtr<IStream> stream;
-    EXPECT_EQ(MemoryStream::Create(document.data(), document.size(), stream.Out()), S_OK);
-    Loaded loaded;
-    ComPtr<ILuxStringCollection> warnings;
-    loaded.result =
-        formatter->Deserialize(stream.get(), existing, options, Bstr("").get(), warnings.Out(), loaded.object.Out());
-    loaded.error = TakeErrorInfo();
-    if (SUCCEEDED(loaded.result)) {
-        EXPECT_TRUE(warnings);
-        LONG count = 0;
-        if (warnings) {
-            EXPECT_EQ(warnings->get_Count(&count), S_OK);
-        }
-        for (LONG i = 0; i < count; ++i) loaded.warnings.push_back(ItemText(warnings.get(), i));
-    } else {
-        EXPECT_FALSE(warnings);
-        EXPECT_FALSE(loaded.object);
-    }
-    return loaded;
+    return LoadThrough(NewFormatter().get(), document, existing, options);
 }
 
 std::vector<uint8_t> SoapFormatterTest::Binary(IDispatch* object) {

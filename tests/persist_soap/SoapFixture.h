@@ -12,7 +12,7 @@
 #include "TessalyCore.h"
 #include "core/CollectionFixture.h"
 #include "platform/UnknownObject.h"
-#include "support/RecordedError.h"
+#include "support/FormatterRoundTrip.h"
 
 namespace tessaly::test {
 
@@ -43,12 +43,7 @@ protected:
 
 class SoapFormatterTest : public CollectionFixture {
 protected:
-    struct Loaded {
-        HRESULT result = E_FAIL;
-        ComPtr<IDispatch> object;
-        std::vector<std::string> warnings;
-        RecordedError error;
-    };
+    using Loaded = FormatterLoad;
 
     static ComPtr<ILuxFormatter> NewFormatter() { return Make<ILuxFormatter>("Tessaly.LuxSoapFormatter"); }
 

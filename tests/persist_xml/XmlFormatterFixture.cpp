@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "platform/ClassTable.h"
-#include "platform/MemoryStream.h"
 #include "platform/SafeArray.h"
 
 namespace tessaly::test {
@@ -32,42 +31,12 @@ HRESULT XmlTestRecord::get_HasChanged(VARIANT_BOOL* changed) {
 
 std::string XmlFormatterTest::Save(IDispatch* object, const char* subFormat, ILuxFormatter* formatter, HRESULT result,
                                    int32_t options) {
-    ComPtr<ILuxFormatter> own;
-    if (!formatter) {
-        own = NewFormatter();
-        formatter = own.get();
-    }
-    auto stream = ComPtr<MemoryStream>::Attach(MemoryStream::Create());
-    EXPECT_EQ(formatter->Serialize(stream.get(), object, options, Bstr(subFormat).get()), result);
-    return std::string(reinterpret_cast<const char*>(stream->Data()), stream->Size());
+    return SaveThrough(formatter ? formatter : NewFormatter().get(), object, subFormat, result, options);
 }
 
 XmlFormatterTest::Loaded XmlFormatterTest::Load(std::string_view document, IDispatch* existing,
                                                 ILuxFormatter* formatter, int32_t options) {
-    ComPtr<ILuxFormatter> own;
-    if (!formatter) {
-        own = NewFormatter();
-        formatter = own.get();
-    }
-    ComPtr<IStream> stream;
-    EXPECT_EQ(MemoryStream::Create(document.data(), document.size(), stream.Out()), S_OK);
-    Loaded loaded;
-    ComPtr<ILuxStringCollection> warnings;
-    loaded.result = formatter->Deserialize(stream.get(), existing, options, Bstr("").get(), warnings.Out(),
-                                           loaded.object.Out());
-    loaded.error = TakeErrorInfo();
-    if (SUCCEEDED(loaded.result)) {
-        EXPECT_TRUE(warnings);
-        LONG count = 0;
-        if (warnings) {
-            EXPECT_EQ(warnings->get_Count(&count), S_OK);
-        }
-        for (LONG i = 0; i < count; ++i) loaded.warnings.push_back(ItemText(warnings.get(), i));
-    } else {
-        EXPECT_FALSE(loaded.object) << "a failed load hands back no object";
-        EXPECT_FALSE(warnings) << "a failed load hands back no warnings";
-    }
-    return loaded;
+    return LoadThrough(formatter ? formatter : NewFormatter().get(), document, existing, options);
 }
 
 ComPtr<ITestPoint> XmlFormatterTest::NewPoint(double x, double y, const Variant& marker) {

@@ -15,7 +15,7 @@
 #include "core/CollectionFixture.h"
 #include "platform/TypeInfo.h"
 #include "platform/UnknownObject.h"
-#include "support/RecordedError.h"
+#include "support/FormatterRoundTrip.h"
 #include "support/TestBlob.h"
 
 namespace tessaly::test {
@@ -46,12 +46,7 @@ protected:
 
 class XmlFormatterTest : public CollectionFixture {
 protected:
-    struct Loaded {
-        HRESULT result = E_FAIL;
-        ComPtr<IDispatch> object;
-        std::vector<std::string> warnings;
-        RecordedError error;
-    };
+    using Loaded = FormatterLoad;
 
     static ComPtr<ILuxFormatter> NewFormatter() { return Make<ILuxFormatter>("Tessaly.LuxXMLFormatter"); }
 
