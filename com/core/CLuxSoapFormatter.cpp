@@ -416,9 +416,9 @@ struct ElementAttributes {
     const ccXmlReader::Attribute* lowerBounds = nullptr;
 };
 
-class SoapLoader {
+class SoapLoader : private ElementReader {
 public:
-    SoapLoader(ccXmlReader& xml, ObjectGraphLoader& loader) noexcept : xml_(xml), loader_(loader) {}
+    SoapLoader(ccXmlReader& xml, ObjectGraphLoader& loader) noexcept : ElementReader(xml, loader) {}
 
     // No object takes its values before the whole document has been read and every
     // reference resolved: a document that fails anywhere has run no Persist, so it leaves an
@@ -501,21 +501,6 @@ private:
         std::string_view text;  // the href as written, for messages
     };
 
-    // A name of the document with where it stands: "Width (line 3, column 6)".
-    std::string Located(std::string_view name) const {
-        return std::string(name) + " (" + ccXmlReader::Describe(xml_.PositionOf(name.data())) + ")";
-    }
-
-    [[noreturn]] void InvalidAttributes(std::string_view element) const {
-        FormatterErrors::Throw(ids_LuxFormatter_InvalidNodeAttrs_1, {Located(element)});
-    }
-
-    // A value whose text does not read as its type, or whose content is not a value.
-    [[noreturn]] void InvalidValue(std::string_view element, const std::string& reason) const {
-        throw ccArchive::BadType(Located(element) + ": " + reason, ids_Lux_ReadInvalidProperty_1,
-                                 {std::string(element)});
-    }
-
     std::string_view ValueOf(const ccXmlReader::Attribute* attribute, std::string& scratch) const {
         return xml_.Value(*attribute, scratch);
     }
@@ -536,43 +521,6 @@ private:
                              " is not known and was ignored.");
         }
         return found;
-    }
-
-    void IgnoreText(std::string_view element) {
-        if (ccXmlReader::IsSpace(xml_.RawText())) return;
-        loader_.Warn("Text in the element " + Located(element) + " was ignored.");
-    }
-
-    // The current element's text, decoded, up to its end tag; refuses child elements.
-    std::string_view ReadText(std::string_view element, std::string& scratch) {
-        if (xml_.IsEmptyElement()) {
-            xml_.Next();
-            return {};
-        }
-        std::string_view text;
-        bool inScratch = false;
-        bool first = true;
-        for (;;) {
-            switch (xml_.Next()) {
-                case ccXmlReader::Token::Text:
-                    if (first) {
-                        text = xml_.Text(scratch);
-                        inScratch = text.data() == scratch.data();
-                        first = false;
-                    } else {
-                        // Text broken by a comment or a CDATA section: joined in the scratch.
-                        if (!inScratch) scratch.assign(text);
-                        xml_.AppendText(scratch);
-                        text = scratch;
-                        inScratch = true;
-                    }
-                    break;
-                case ccXmlReader::Token::StartElement:
-                    InvalidValue(element,
-                                 "it holds the element " + std::string(xml_.Name()) + " where a value belongs");
-                default: return text;
-            }
-        }
     }
 
     // "ref-N" with N from `lowest`.
@@ -1049,8 +997,6 @@ private:
         }
     }
 
-    ccXmlReader& xml_;
-    ObjectGraphLoader& loader_;
     std::vector<size_t> inOrder_;                                    // see Remember
     std::unordered_map<uint32_t, size_t> others_;
     // A reference from the object at `from` in pending_ to the object numbered `id`.

@@ -283,9 +283,9 @@ struct ElementAttributes {
     const ccXmlReader::Attribute* arrayBounds = nullptr;
 };
 
-class XmlLoader {
+class XmlLoader : private ElementReader {
 public:
-    XmlLoader(ccXmlReader& xml, ObjectGraphLoader& loader) noexcept : xml_(xml), loader_(loader) {}
+    XmlLoader(ccXmlReader& xml, ObjectGraphLoader& loader) noexcept : ElementReader(xml, loader) {}
 
     // The top element holds the root object. No object takes its values before the whole
     // document has been read: a document that fails anywhere has run no Persist, so it
@@ -328,21 +328,6 @@ public:
     }
 
 private:
-    // A name of the document with where it stands: "Width (line 3, column 6)".
-    std::string Located(std::string_view name) const {
-        return std::string(name) + " (" + ccXmlReader::Describe(xml_.PositionOf(name.data())) + ")";
-    }
-
-    [[noreturn]] void InvalidAttributes(std::string_view element) const {
-        FormatterErrors::Throw(ids_LuxFormatter_InvalidNodeAttrs_1, {Located(element)});
-    }
-
-    // A value whose text does not read as its type, or whose content is not a value.
-    [[noreturn]] void InvalidValue(std::string_view element, const std::string& reason) const {
-        throw ccArchive::BadType(Located(element) + ": " + reason, ids_Lux_ReadInvalidProperty_1,
-                                 {std::string(element)});
-    }
-
     std::string_view ValueOf(const ccXmlReader::Attribute& attribute, std::string& scratch) const {
         return xml_.Value(attribute, scratch);
     }
@@ -363,43 +348,6 @@ private:
                              " is not known and was ignored.");
         }
         return found;
-    }
-
-    void IgnoreText(std::string_view element) {
-        if (ccXmlReader::IsSpace(xml_.RawText())) return;
-        loader_.Warn("Text in the element " + Located(element) + " was ignored.");
-    }
-
-    // The current element's text, decoded, up to its end tag; refuses child elements.
-    std::string_view ReadText(std::string_view element, std::string& scratch) {
-        if (xml_.IsEmptyElement()) {
-            xml_.Next();
-            return {};
-        }
-        std::string_view text;
-        bool inScratch = false;
-        bool first = true;
-        for (;;) {
-            switch (xml_.Next()) {
-                case ccXmlReader::Token::Text:
-                    if (first) {
-                        text = xml_.Text(scratch);
-                        inScratch = text.data() == scratch.data();
-                        first = false;
-                    } else {
-                        // Text broken by a comment or a CDATA section: joined in the scratch.
-                        if (!inScratch) scratch.assign(text);
-                        xml_.AppendText(scratch);
-                        text = scratch;
-                        inScratch = true;
-                    }
-                    break;
-                case ccXmlReader::Token::StartElement:
-                    InvalidValue(element,
-                                 "it holds the element " + std::string(xml_.Name()) + " where a value belongs");
-                default: return text;
-            }
-        }
     }
 
     Variant ReadValue() {
@@ -787,8 +735,6 @@ private:
         }
     }
 
-    ccXmlReader& xml_;
-    ObjectGraphLoader& loader_;
     std::unordered_set<uint32_t> nullIds_;  // numbers of objects loaded as Nothing
     // An object read and made, waiting for the end of the document to take its values.
     struct Pending {

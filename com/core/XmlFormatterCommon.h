@@ -9,7 +9,11 @@
 #include <string>
 #include <string_view>
 
+#include "TessalyCore.h"
+#include "com/core/FormatterErrors.h"
+#include "com/core/ObjectGraphLoader.h"
 #include "com/core/ccCOMError.h"
+#include "persist/ccArchive.h"
 #include "persist/ccXmlReader.h"
 #include "persist/ccXmlWriter.h"
 #include "platform/Bstr.h"
@@ -102,6 +106,68 @@ private:
 
     std::unique_ptr<char[]> bytes_;
     size_t size_ = 0;
+};
+
+// What a loader of either format does with the element the reader stands on: names it
+// with its place for messages, refuses it, and reads its text.
+class ElementReader {
+protected:
+    ElementReader(ccXmlReader& xml, ObjectGraphLoader& loader) noexcept : xml_(xml), loader_(loader) {}
+
+    // A name of the document with where it stands: "Width (line 3, column 6)".
+    std::string Located(std::string_view name) const {
+        return std::string(name) + " (" + ccXmlReader::Describe(xml_.PositionOf(name.data())) + ")";
+    }
+
+    [[noreturn]] void InvalidAttributes(std::string_view element) const {
+        FormatterErrors::Throw(ids_LuxFormatter_InvalidNodeAttrs_1, {Located(element)});
+    }
+
+    // A value whose text does not read as its type, or whose content is not a value.
+    [[noreturn]] void InvalidValue(std::string_view element, const std::string& reason) const {
+        throw ccArchive::BadType(Located(element) + ": " + reason, ids_Lux_ReadInvalidProperty_1,
+                                 {std::string(element)});
+    }
+
+    void IgnoreText(std::string_view element) {
+        if (ccXmlReader::IsSpace(xml_.RawText())) return;
+        loader_.Warn("Text in the element " + Located(element) + " was ignored.");
+    }
+
+    // The current element's text, decoded, up to its end tag; refuses child elements.
+    std::string_view ReadText(std::string_view element, std::string& scratch) {
+        if (xml_.IsEmptyElement()) {
+            xml_.Next();
+            return {};
+        }
+        std::string_view text;
+        bool inScratch = false;
+        bool first = true;
+        for (;;) {
+            switch (xml_.Next()) {
+                case ccXmlReader::Token::Text:
+                    if (first) {
+                        text = xml_.Text(scratch);
+                        inScratch = text.data() == scratch.data();
+                        first = false;
+                    } else {
+                        // Text broken by a comment or a CDATA section: joined in the scratch.
+                        if (!inScratch) scratch.assign(text);
+                        xml_.AppendText(scratch);
+                        text = scratch;
+                        inScratch = true;
+                    }
+                    break;
+                case ccXmlReader::Token::StartElement:
+                    InvalidValue(element,
+                                 "it holds the element " + std::string(xml_.Name()) + " where a value belongs");
+                default: return text;
+            }
+        }
+    }
+
+    ccXmlReader& xml_;
+    ObjectGraphLoader& loader_;
 };
 
 // Throws the formatter's failure for a failure of the XML reader: its message, with the
