@@ -158,25 +158,8 @@ private:
     }
 
     void WriteValue(std::string_view element, const VARIANT& given) {
-        VARIANT value = given;
-        if (given.vt & VT_BYREF) {
-            // One level of reference, written as the value it refers to.
-            if (!given.byref) CantSave("a value refers to nothing");
-            const VARTYPE type = given.vt & ~VT_BYREF;
-            if (type == VT_VARIANT) {
-                value = *given.pvarVal;
-                if (value.vt & VT_BYREF) CantSave("a value refers to a reference");
-            } else if (type & VT_ARRAY) {
-                value.vt = type;
-                value.parray = *given.pparray;
-            } else {
-                const size_t size = ReferencedValueSize(type);
-                if (size == 0) CantSave("a reference of type " + TypeText(given.vt) + " cannot be stored");
-                value.vt = type;
-                value.llVal = 0;
-                std::memcpy(&value.llVal, given.byref, size);
-            }
-        }
+        VARIANT value;
+        if (std::string refused = Dereferenced(given, value); !refused.empty()) CantSave(std::move(refused));
         if (value.vt & VT_ARRAY) {
             WriteArray(element, value.vt, value.parray);
             return;

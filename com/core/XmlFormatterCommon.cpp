@@ -90,6 +90,27 @@ bool ParseNumber(VARTYPE vt, std::string_view text, void* at) noexcept {
     }
 }
 
+std::string Dereferenced(const VARIANT& given, VARIANT& value) {
+    value = given;
+    if (!(given.vt & VT_BYREF)) return {};
+    if (!given.byref) return "a value refers to nothing";
+    const VARTYPE type = given.vt & ~VT_BYREF;
+    if (type == VT_VARIANT) {
+        value = *given.pvarVal;
+        if (value.vt & VT_BYREF) return "a value refers to a reference";
+    } else if (type & VT_ARRAY) {
+        value.vt = type;
+        value.parray = *given.pparray;
+    } else {
+        const size_t size = ReferencedValueSize(type);
+        if (size == 0) return "a reference of type " + TypeText(given.vt) + " cannot be stored";
+        value.vt = type;
+        value.llVal = 0;
+        std::memcpy(&value.llVal, given.byref, size);
+    }
+    return {};
+}
+
 std::string TypeText(VARTYPE vt) {
     char text[8];
     std::snprintf(text, sizeof text, "0x%04X", unsigned(vt));

@@ -44,6 +44,10 @@ char* FormatNumber(VARTYPE vt, const void* at, char* out, BooleanText booleans) 
 // Reads a number of type `vt` from its text into `at`; false when the text is not one.
 bool ParseNumber(VARTYPE vt, std::string_view text, void* at) noexcept;
 
+// `given` with one level of reference taken away, in `value` (a copy that owns nothing), so
+// that a reference is written as the value it refers to; returns why it cannot be, or "".
+std::string Dereferenced(const VARIANT& given, VARIANT& value);
+
 // A VARTYPE for a message: "0x0024".
 std::string TypeText(VARTYPE vt);
 

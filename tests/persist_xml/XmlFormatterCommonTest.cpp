@@ -119,6 +119,40 @@ TEST(XmlFormatterCommonTest, DocumentIsTheRestOfTheStreamAndOutputReachesIt) {
     EXPECT_TRUE(none.Text().empty());
 }
 
+TEST(XmlFormatterCommonTest, OneLevelOfReferenceIsTakenAwayAndDeeperOnesAreRefused) {
+    int16_t number = -7;
+    VARIANT given{};
+    given.vt = VT_I2 | VT_BYREF;
+    given.byref = &number;
+    VARIANT value{};
+    EXPECT_EQ(Dereferenced(given, value), "");
+    EXPECT_EQ(value.vt, VT_I2);
+    EXPECT_EQ(value.iVal, -7);
+
+    VARIANT inner{};
+    inner.vt = VT_I4 | VT_BYREF;
+    inner.byref = &number;
+    given.vt = VT_VARIANT | VT_BYREF;
+    given.pvarVal = &inner;
+    EXPECT_EQ(Dereferenced(given, value), "a value refers to a reference");
+
+    given.vt = VT_I4 | VT_BYREF;
+    given.byref = nullptr;
+    EXPECT_EQ(Dereferenced(given, value), "a value refers to nothing");
+
+    given.vt = VT_RECORD | VT_BYREF;
+    given.byref = &number;
+    EXPECT_EQ(Dereferenced(given, value), "a reference of type 0x4024 cannot be stored");
+
+    // A plain value is itself.
+    given = VARIANT{};
+    given.vt = VT_R8;
+    given.dblVal = 2.5;
+    EXPECT_EQ(Dereferenced(given, value), "");
+    EXPECT_EQ(value.vt, VT_R8);
+    EXPECT_EQ(value.dblVal, 2.5);
+}
+
 // The failure the reader raises for a document.
 template <class Fault>
 FormatterErrors::Failure ReaderFailure(std::string_view document) {
