@@ -584,26 +584,6 @@ private:
         return bytes;
     }
 
-    // `expected` is the byte count the bounds announce, or kAnySize without bounds.
-    static constexpr size_t kAnySize = SIZE_MAX;
-    size_t DecodedSize(std::string_view element, std::string_view text, size_t expected) const {
-        const ccBase64::SizeResult size = ccBase64::DecodedSize(text);
-        const bool bounded = expected != kAnySize;
-        if (size.status != ccBase64::Status::Ok || (bounded && size.bytes < expected))
-            FormatterErrors::Throw(ids_LuxFormatter_ShortMime_1, {Located(element)});
-        if (bounded && size.bytes > expected) FormatterErrors::Throw(ids_LuxFormatter_BadMime_1, {Located(element)});
-        return size.bytes;
-    }
-
-    void Decode(std::string_view element, std::string_view text, uint8_t* out, size_t size) const {
-        const ccBase64::DecodeResult result = ccBase64::Decode(text, out, size);
-        if (result.status == ccBase64::Status::Short ||
-            (result.status == ccBase64::Status::Ok && result.written < size))
-            FormatterErrors::Throw(ids_LuxFormatter_ShortMime_1, {Located(element)});
-        if (result.status != ccBase64::Status::Ok)
-            FormatterErrors::Throw(ids_LuxFormatter_BadMime_1, {Located(element)});
-    }
-
     // Bytes in base64, decoded straight into the new array's memory.
     Variant ReadBase64Array(std::string_view element, std::vector<SAFEARRAYBOUND> bounds) {
         std::string scratch;

@@ -14,6 +14,7 @@
 #include "com/core/ObjectGraphLoader.h"
 #include "com/core/ccCOMError.h"
 #include "persist/ccArchive.h"
+#include "persist/ccBase64.h"
 #include "persist/ccXmlReader.h"
 #include "persist/ccXmlWriter.h"
 #include "platform/Bstr.h"
@@ -113,7 +114,7 @@ private:
 };
 
 // What a loader of either format does with the element the reader stands on: names it
-// with its place for messages, refuses it, and reads its text.
+// with its place for messages, refuses it, reads its text and decodes its base64.
 class ElementReader {
 protected:
     ElementReader(ccXmlReader& xml, ObjectGraphLoader& loader) noexcept : xml_(xml), loader_(loader) {}
@@ -168,6 +169,26 @@ protected:
                 default: return text;
             }
         }
+    }
+
+    // `expected` is the byte count the bounds announce, or kAnySize without bounds.
+    static constexpr size_t kAnySize = SIZE_MAX;
+    size_t DecodedSize(std::string_view element, std::string_view text, size_t expected) const {
+        const ccBase64::SizeResult size = ccBase64::DecodedSize(text);
+        const bool bounded = expected != kAnySize;
+        if (size.status != ccBase64::Status::Ok || (bounded && size.bytes < expected))
+            FormatterErrors::Throw(ids_LuxFormatter_ShortMime_1, {Located(element)});
+        if (bounded && size.bytes > expected) FormatterErrors::Throw(ids_LuxFormatter_BadMime_1, {Located(element)});
+        return size.bytes;
+    }
+
+    void Decode(std::string_view element, std::string_view text, uint8_t* out, size_t size) const {
+        const ccBase64::DecodeResult result = ccBase64::Decode(text, out, size);
+        if (result.status == ccBase64::Status::Short ||
+            (result.status == ccBase64::Status::Ok && result.written < size))
+            FormatterErrors::Throw(ids_LuxFormatter_ShortMime_1, {Located(element)});
+        if (result.status != ccBase64::Status::Ok)
+            FormatterErrors::Throw(ids_LuxFormatter_BadMime_1, {Located(element)});
     }
 
     ccXmlReader& xml_;
