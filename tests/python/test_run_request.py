@@ -11,29 +11,13 @@ import pytest
 
 import tessaly
 from codes import E_INVALIDARG
+from tool_events import ToolRecorder
 
 C = tessaly.constants
 WIDTH, HEIGHT = 200, 160
 ROTATION, SCALING = math.radians(20.0), 1.5
 SIDES = (40.0, 30.0)                      # in fixture units: 60 x 45 pixels
 RESULTS = ("Area", "Mean", "StandardDeviation", "Min", "Max", "Median")
-
-
-class ToolRecorder:
-    def __init__(self):
-        self.events = []
-
-    def PreRun(self):
-        self.events.append("PreRun")
-
-    def PostRun(self):
-        self.events.append("PostRun")
-
-    def Change(self, StateID, Value, FunctionalArea):
-        self.events.append(("Change", StateID, FunctionalArea))
-
-    def Terminating(self):
-        self.events.append("Terminating")
 
 
 def pixels(seed):

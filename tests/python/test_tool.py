@@ -6,25 +6,9 @@ import numpy
 import pytest
 
 import tessaly
+from tool_events import ToolRecorder
 
 constants = tessaly.constants
-
-
-class ToolRecorder:
-    def __init__(self):
-        self.events = []
-
-    def PreRun(self):
-        self.events.append("PreRun")
-
-    def PostRun(self):
-        self.events.append("PostRun")
-
-    def Change(self, StateID, Value, FunctionalArea):
-        self.events.append(("Change", StateID, FunctionalArea))
-
-    def Terminating(self):
-        self.events.append("Terminating")
 
 
 @pytest.fixture

@@ -18,6 +18,7 @@
 #include "TessalyCore.h"
 #include "platform/SafeArray.h"
 #include "shape/ShapeFixture.h"
+#include "tool/RunStatusValues.h"
 
 namespace tessaly::test {
 
@@ -28,11 +29,7 @@ struct ToolEvent {
     Variant value;
 };
 
-struct StatusValues {
-    LONG code = -1;
-    std::string text, source;
-    double timeRaw = -1, time = -1;
-};
+using StatusValues = RunStatusValues;
 
 // The statistics of `values` worked out the plain way.
 struct BruteStatistics {
@@ -95,18 +92,7 @@ public:
         return log;
     }
 
-    static StatusValues Read(ILuxRunStatus* status) {
-        StatusValues seen;
-        Bstr text, source;
-        EXPECT_EQ(status->get_ErrorCode(&seen.code), S_OK);
-        EXPECT_EQ(status->get_ErrorString(text.Out()), S_OK);
-        EXPECT_EQ(status->get_TimeRaw(&seen.timeRaw), S_OK);
-        EXPECT_EQ(status->get_Time(&seen.time), S_OK);
-        EXPECT_EQ(As<ILuxRunStatusInternal>(status)->get_ErrorSource(source.Out()), S_OK);
-        seen.text = text.str();
-        seen.source = source.str();
-        return seen;
-    }
+    static StatusValues Read(ILuxRunStatus* status) { return RunStatusValues::Of(status); }
     static ComPtr<ILuxRunStatus> StatusOf(IUnknown* tool) {
         ComPtr<ILuxRunStatus> status;
         EXPECT_EQ(As<ILuxTool>(tool)->get_RunStatus(status.Out()), S_OK);

@@ -8,33 +8,18 @@
 #include "com/core/ObjectPersistence.h"
 #include "com/tool/CLuxRunStatus.h"
 #include "image/ImageFixture.h"
+#include "tool/RunStatusValues.h"
 
 namespace tessaly::test {
 namespace {
 
 using tool::CLuxRunStatus;
 
-struct Status {
-    LONG code = -1;
-    std::string text, source;
-    double timeRaw = -1, time = -1;
-    bool operator==(const Status&) const = default;
-};
+using Status = RunStatusValues;
 
 class RunStatusTest : public ImageFixture {
 public:
-    static Status Read(ILuxRunStatus* status) {
-        Status seen;
-        Bstr text, source;
-        EXPECT_EQ(status->get_ErrorCode(&seen.code), S_OK);
-        EXPECT_EQ(status->get_ErrorString(text.Out()), S_OK);
-        EXPECT_EQ(status->get_TimeRaw(&seen.timeRaw), S_OK);
-        EXPECT_EQ(status->get_Time(&seen.time), S_OK);
-        EXPECT_EQ(As<ILuxRunStatusInternal>(status)->get_ErrorSource(source.Out()), S_OK);
-        seen.text = text.str();
-        seen.source = source.str();
-        return seen;
-    }
+    static Status Read(ILuxRunStatus* status) { return RunStatusValues::Of(status); }
 };
 
 TEST_F(RunStatusTest, NewStatusIsAPassWithNoTime) {
