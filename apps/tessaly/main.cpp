@@ -7,6 +7,7 @@
 
 #include <unistd.h>
 
+#include "AcqCommand.h"
 #include "ArchiveConverter.h"
 #include "ArchiveDumper.h"
 #include "DemoCommand.h"
@@ -43,6 +44,9 @@ void PrintUsage(std::ostream& out) {
            "                   annulus or polygon: see inspect --help), and the region drawn over the image\n"
            "  run TOOL_ARCHIVE IMAGE_OR_FOLDER... [--csv OUT] [--overlays DIR]\n"
            "                   run a saved tool on image files, one CSV row per file\n"
+           "  acq list         the frame grabbers present, with their video formats and camera ports\n"
+           "  acq grab [--grabber NAME] [--format F] [--count N] [--out DIR]\n"
+           "                   acquire N images from a frame grabber and save them as PNG files\n"
            "  demo [IMAGE] [--out DIR]\n"
            "                   one inspection request from start to end, with its files\n"
            "  help             print this text\n";
@@ -132,6 +136,8 @@ int main(int argc, char** argv) {
     if (command == "run")
         return tessaly::cli::RunCommand::Run(argc - 2, argv + 2, std::cout, std::cerr,
                                              {.out = isatty(STDOUT_FILENO) == 1, .errors = isatty(STDERR_FILENO) == 1});
+    if (command == "acq")
+        return tessaly::cli::AcqCommand::Run(argc - 2, argv + 2, std::cout, std::cerr, isatty(STDERR_FILENO) == 1);
     if (command == "demo") return tessaly::cli::DemoCommand::Run(argc - 2, argv + 2, std::cout, std::cerr);
     if (command == "help" || command == "--help" || command == "-h") {
         PrintUsage(std::cout);

@@ -19,27 +19,24 @@
 
 namespace tessaly::acq {
 
-class CLuxFrameGrabbers
-    : public ComObject<CLuxFrameGrabbers, ILuxFrameGrabbers> {
+class CLuxFrameGrabbers : public ComObject<CLuxFrameGrabbers, ILuxFrameGrabbers> {
 public:
-  static const CoClassInfo &CoClass() noexcept {
-    return generated::CoClass_LuxFrameGrabbers;
-  }
-  using CoClassInterfaceList = generated::CoClassInterfaceList_LuxFrameGrabbers;
+    static const CoClassInfo& CoClass() noexcept { return generated::CoClass_LuxFrameGrabbers; }
+    using CoClassInterfaceList = generated::CoClassInterfaceList_LuxFrameGrabbers;
 
-  CLuxFrameGrabbers();
+    CLuxFrameGrabbers();
 
-  // ILuxFrameGrabbers
-  HRESULT get_Count(LONG *Count) override;
-  HRESULT get_Item(VARIANT IndexOrName, ILuxFrameGrabber **Item) override;
-  HRESULT get__NewEnum(IUnknown **Enumerator) override;
+    // ILuxFrameGrabbers
+    HRESULT get_Count(LONG* Count) override;
+    HRESULT get_Item(VARIANT IndexOrName, ILuxFrameGrabber** Item) override;
+    HRESULT get__NewEnum(IUnknown** Enumerator) override;
 
 protected:
-  ~CLuxFrameGrabbers() override = default;
+    ~CLuxFrameGrabbers() override = default;
 
 private:
-  // Never changes after construction, so the members need no lock.
-  std::vector<ComPtr<ILuxFrameGrabber>> grabbers_;
+    // Never changes after construction, so the members need no lock.
+    std::vector<ComPtr<ILuxFrameGrabber>> grabbers_;
 };
 
-} // namespace tessaly::acq
+}  // namespace tessaly::acq

@@ -23,20 +23,18 @@
 
 namespace tessaly::acq {
 
-bool CanConvertAcquiredPixels(LuxImagePixelFormatConstants acquired,
-                              LuxImagePixelFormatConstants output) noexcept;
+bool CanConvertAcquiredPixels(LuxImagePixelFormatConstants acquired, LuxImagePixelFormatConstants output) noexcept;
 
 // The pixels in `output`; those of a conversion CanConvertAcquiredPixels
 // refuses, or of a kind that does not fit `acquired`, throw
 // ccStdError::BadArgument.
-image::ImageFilePixels
-ConvertAcquiredPixels(const image::ImageFilePixels &pixels,
-                      LuxImagePixelFormatConstants acquired,
-                      LuxImagePixelFormatConstants output);
+image::ImageFilePixels ConvertAcquiredPixels(const image::ImageFilePixels& pixels,
+                                             LuxImagePixelFormatConstants acquired,
+                                             LuxImagePixelFormatConstants output);
 
 // The kind of buffer that carries pixels of `format` (Bayer8 is a Grey8
 // buffer); formats the grabbers never deliver have none and throw
 // ccStdError::BadArgument.
 image::ImageFileKind BufferKindOf(LuxImagePixelFormatConstants format);
 
-} // namespace tessaly::acq
+}  // namespace tessaly::acq
