@@ -22,6 +22,11 @@ void RatioReporter::PrintRatio(const char* slow, const char* fast) const {
     std::printf("%-28s / %-24s = %6.2fx\n", slow, fast, s->second / f->second);
 }
 
+double RatioReporter::TimePerCall(const char* name) const {
+    const auto found = times_.find(name);
+    return found == times_.end() ? 0.0 : found->second;
+}
+
 RatioReporter* RunBenchmarks(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return nullptr;

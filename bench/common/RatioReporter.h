@@ -16,6 +16,9 @@ public:
     void ReportRuns(const std::vector<Run>& runs) override;
     // Prints "slow / fast = N.Nx"; nothing when either did not run.
     void PrintRatio(const char* slow, const char* fast) const;
+    // A benchmark's time per call in its time unit (nanoseconds unless it sets another); 0
+    // when it did not run.
+    double TimePerCall(const char* name) const;
 
 private:
     std::map<std::string, double> times_;
