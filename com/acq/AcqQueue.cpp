@@ -101,7 +101,7 @@ int32_t AcqQueue::Start() {
     return TicketOf(id);
 }
 
-AcqQueue::Collected AcqQueue::Complete(int32_t requestedTicket, std::optional<double> timeoutMs) {
+AcqQueue::Collected AcqQueue::Complete(int32_t requestedTicket, std::optional<double> timeoutMs, bool awaitStart) {
     using Clock = std::chrono::steady_clock;
     const auto deadline = timeoutMs
                               ? Clock::now() + std::chrono::duration_cast<Clock::duration>(
@@ -113,14 +113,21 @@ AcqQueue::Collected AcqQueue::Complete(int32_t requestedTicket, std::optional<do
                                               " is not a ticket; -1 stands for the oldest acquisition");
     AcquisitionId id = -1;
     if (requestedTicket == -1) {
-        for (Entry& entry : entries_) {
-            if (!entry.claimed) {
-                entry.claimed = true;
-                id = entry.id;
-                break;
+        for (;;) {
+            for (Entry& entry : entries_) {
+                if (!entry.claimed) {
+                    entry.claimed = true;
+                    id = entry.id;
+                    break;
+                }
             }
+            if (id >= 0) break;
+            if (!awaitStart || stopped_)
+                ThrowAcqError(e_LuxAcq_NoOutstandingStarts, "no acquisition is started and not collected");
+            if (changed_.wait_until(lock, deadline) == std::cv_status::timeout && Clock::now() >= deadline)
+                ThrowAcqError(e_LuxAcq_Timeout, "no acquisition started within " +
+                                                    std::to_string(static_cast<int64_t>(*timeoutMs)) + " ms");
         }
-        if (id < 0) ThrowAcqError(e_LuxAcq_NoOutstandingStarts, "no acquisition is started and not collected");
     } else {
         const Entry* entry = FindTicketLocked(requestedTicket);
         if (!entry) ThrowMissingTicketLocked(requestedTicket);
@@ -219,6 +226,7 @@ std::optional<AcquisitionId> AcqQueue::SourceStarted(double /*timestampMs*/) noe
             return std::nullopt;  // out of memory: the frame is dropped
         }
         ticket = TicketOf(id);
+        changed_.notify_all();  // for those waiting for a start
     }
     events_.AcquisitionStarted(ticket, triggerNumber);
     return id;

@@ -10,7 +10,8 @@
 // one of their own. Refusals: a ticket below -1 or never issued, e_LuxAcq_BadTicket; one
 // collected or flushed, e_LuxAcq_OldTicket; -1 with nothing to collect,
 // e_LuxAcq_NoOutstandingStarts; more than kMaxOutstanding acquisitions started and not
-// collected, e_LuxAcq_TooManyStarts. A lost acquisition is collected as its failure
+// collected, e_LuxAcq_TooManyStarts. Where the source starts acquisitions itself, -1 with
+// nothing outstanding may instead wait for the next one. A lost acquisition is collected as its failure
 // (e_LuxAcq_Overrun for a dropped frame), which uses up its ticket.
 //
 // Waiting: Complete waits until the acquisition is complete, lost or flushed, or (with a
@@ -72,7 +73,9 @@ public:
     void Prepare(const AcquisitionSettings& settings);
     // Starts an acquisition by software (or arms one); returns its ticket.
     int32_t Start();
-    Collected Complete(int32_t requestedTicket, std::optional<double> timeoutMs);
+    // `awaitStart`: -1 with nothing outstanding waits for the source to start one (the
+    // models whose acquisitions the source starts) instead of failing.
+    Collected Complete(int32_t requestedTicket, std::optional<double> timeoutMs, bool awaitStart = false);
     // Abandons every outstanding acquisition; waiting callers get e_LuxAcq_OldTicket.
     void Flush();
     void HardwareTrigger();

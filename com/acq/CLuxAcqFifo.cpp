@@ -722,7 +722,13 @@ HRESULT CLuxAcqFifo::Complete(const char* method, LONG requestedTicket, LONG* ti
     return core::Guarded(method, IID_ILuxAcqFifo, [&] {
         core::RequireOut(image);
         *image = nullptr;
-        AcqQueue::Collected collected = queue_->Complete(requestedTicket, TimeoutMs());
+        bool sourceStarts = master_ != nullptr;
+        {
+            core::ObjectLock::Guard guard(Lock());
+            const int32_t model = settings_.triggerModel;
+            sourceStarts = sourceStarts || model == luxAcqTriggerModelAuto || model == luxAcqTriggerModelFreeRun;
+        }
+        AcqQueue::Collected collected = queue_->Complete(requestedTicket, TimeoutMs(), sourceStarts);
         ComPtr<ILuxImage> made = MakeImage(collected);
         if (ticket) *ticket = collected.ticket;
         if (triggerNumber) *triggerNumber = collected.triggerNumber;

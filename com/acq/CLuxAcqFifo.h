@@ -17,7 +17,8 @@
 //  - Trigger models: StartAcquire (and Acquire) is e_LuxAcq_WrongTriggerModel while
 //    TriggerEnabled is false and for the Auto and FreeRun models, whose acquisitions the
 //    source starts itself; e_LuxAcq_NotAllowedForSlave for a slave, whose acquisitions
-//    start with its master's.
+//    start with its master's. With those models (and for a slave) CompleteAcquire(-1) and
+//    Acquire wait for the next acquisition when none is outstanding.
 //  - Events: MovePart, Complete and Overrun on their own outgoing interfaces, fired on the
 //    grabber's thread with no lock of the FIFO held; Flushed on the thread that flushed.
 //  - Simultaneous acquisition: CreateSlaveAcqFifo makes a FIFO on the next free camera port
