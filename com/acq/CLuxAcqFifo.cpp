@@ -40,19 +40,6 @@ std::string Number(double value) {
     return text;
 }
 
-// The same window of every plane.
-image::ImageFilePixels Window(const image::ImageFilePixels& pixels, const RegionOfInterest& roi) {
-    switch (pixels.Kind()) {
-        case image::ImageFileKind::Grey8:
-            return image::ImageFilePixels(pixels.Grey8().Window(roi.x, roi.y, roi.width, roi.height));
-        case image::ImageFileKind::Grey16:
-            return image::ImageFilePixels(pixels.Grey16().Window(roi.x, roi.y, roi.width, roi.height));
-        case image::ImageFileKind::Rgb8:
-            return image::ImageFilePixels(pixels.Rgb8().Window(roi.x, roi.y, roi.width, roi.height));
-    }
-    return pixels;
-}
-
 // A setting's value as the client's type.
 void ReadAs(const SettingValue& value, double* out) {
     if (const double* number = std::get_if<double>(&value))
@@ -706,7 +693,7 @@ ComPtr<ILuxImage> CLuxAcqFifo::MakeImage(AcqQueue::Collected& collected) {
     // A frame the hardware did not cut is cut here, as a window: no pixel is copied.
     if (roi.mode == luxAcqROIModeSoftware && roi.width > 0 && pixels.Width() == format_.width &&
         pixels.Height() == format_.height)
-        pixels = Window(pixels, roi);
+        pixels = pixels.Window(roi.x, roi.y, roi.width, roi.height);
     ComPtr<ILuxImage> image = image::ImageFromFilePixels(pixels);
     if (tree) {
         ComPtr<IDispatch> copy;

@@ -490,7 +490,7 @@ TEST_F(AcqFifoTest, ImageFolderFramesComeInNameOrderAndLoop) {
 }
 
 TEST_F(AcqFifoTest, ReleasingAFifoWithAcquisitionsPendingStopsCleanly) {
-    ASSERT_EQ(grabber_->put_FrameTimeMs(200.0), S_OK);
+    ASSERT_EQ(grabber_->put_FrameTimeMs(4000.0), S_OK);
     auto fifo = Fifo();
     EventRecorder* events = new EventRecorder(fifo.get());
     LONG ticket = 0;
@@ -498,7 +498,7 @@ TEST_F(AcqFifoTest, ReleasingAFifoWithAcquisitionsPendingStopsCleanly) {
     const auto began = std::chrono::steady_clock::now();
     delete events;
     fifo.Reset();  // the grabber's thread stops in the middle of an exposure
-    EXPECT_LT(std::chrono::steady_clock::now() - began, 150ms);
+    EXPECT_LT(std::chrono::steady_clock::now() - began, 1000ms);  // not the 2 s of the exposure
 }
 
 TEST_F(AcqFifoTest, FourThreadsCompletingOneFifoGetEveryFrameOnce) {

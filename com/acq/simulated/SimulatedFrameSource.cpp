@@ -21,17 +21,8 @@ constexpr double kMinFreeRunPeriodMs = 1.0;
 // The region of interest of the hardware, when one is set.
 image::ImageFilePixels Cut(const image::ImageFilePixels& frame, const RegionOfInterest& roi) {
     if (roi.mode != luxAcqROIModeHardware || roi.width <= 0) return frame;
-    if (roi.x + roi.width > frame.Width() || roi.y + roi.height > frame.Height())
-        return frame;  // a folder's smaller image
-    switch (frame.Kind()) {
-        case image::ImageFileKind::Grey8:
-            return image::ImageFilePixels(frame.Grey8().Window(roi.x, roi.y, roi.width, roi.height));
-        case image::ImageFileKind::Grey16:
-            return image::ImageFilePixels(frame.Grey16().Window(roi.x, roi.y, roi.width, roi.height));
-        case image::ImageFileKind::Rgb8:
-            return image::ImageFilePixels(frame.Rgb8().Window(roi.x, roi.y, roi.width, roi.height));
-    }
-    return frame;
+    if (roi.x + roi.width > frame.Width() || roi.y + roi.height > frame.Height()) return frame;  // a folder's smaller image
+    return frame.Window(roi.x, roi.y, roi.width, roi.height);
 }
 
 double NumberSetting(const AcquisitionSettings& settings, int32_t stateId, double otherwise) {

@@ -38,6 +38,10 @@ int32_t ImageFilePixels::Height() const noexcept {
     return std::visit([](const auto& buffer) { return buffer.Height(); }, pixels_);
 }
 
+ImageFilePixels ImageFilePixels::Window(int32_t x, int32_t y, int32_t width, int32_t height) const {
+    return std::visit([&](const auto& buffer) { return ImageFilePixels(buffer.Window(x, y, width, height)); }, pixels_);
+}
+
 const ccPelBuffer<uint8_t>& ImageFilePixels::Grey8() const {
     return Held<ccPelBuffer<uint8_t>>(pixels_, ImageFileKind::Grey8);
 }

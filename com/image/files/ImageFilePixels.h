@@ -29,6 +29,8 @@ public:
     ImageFileKind Kind() const noexcept { return static_cast<ImageFileKind>(pixels_.index()); }
     int32_t Width() const noexcept;
     int32_t Height() const noexcept;
+    // The same window of every plane, sharing the pixels (ccPel errors as Window throws).
+    ImageFilePixels Window(int32_t x, int32_t y, int32_t width, int32_t height) const;
 
     // The buffer of the kind held; asking for another kind is ccStdError::Unexpected.
     const ccPelBuffer<uint8_t>& Grey8() const;
